@@ -1,0 +1,64 @@
+# Front door of the project. Every target installs what is missing first.
+#   make demo   - build and run the main job
+#   make test   - build and run every suite, then the unit suite under
+#                 ASan+UBSan and under TSan; ends with "N passed, N failed"
+#   make check  - fast: build and run the unit suite only
+#   make bench  - benchmarks (release build)
+#   make fuzz   - libFuzzer targets, FUZZ_SECONDS each (default 60)
+SHELL := /bin/bash
+JOBS ?= $(shell nproc)
+CMAKE_GEN := -G Ninja
+FUZZ_SECONDS ?= 60
+
+.PHONY: all deps build build-asan build-tsan build-release build-fuzz demo test check bench fuzz format tidy clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+build: deps
+	@cmake -S . -B build $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake --build build -j $(JOBS)
+
+build-asan: deps
+	@cmake -S . -B build-asan $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Debug -DVELMORIN_UNIT_ONLY=ON -DVELMORIN_SANITIZER=address >/dev/null
+	@cmake --build build-asan -j $(JOBS)
+
+build-tsan: deps
+	@cmake -S . -B build-tsan $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Debug -DVELMORIN_UNIT_ONLY=ON -DVELMORIN_SANITIZER=thread >/dev/null
+	@cmake --build build-tsan -j $(JOBS)
+
+build-release: deps
+	@cmake -S . -B build-release $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DVELMORIN_BUILD_TESTS=OFF -DVELMORIN_BUILD_BENCH=ON >/dev/null
+	@cmake --build build-release -j $(JOBS)
+
+build-fuzz: deps
+	@CC=clang CXX=clang++ cmake -S . -B build-fuzz $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELMORIN_BUILD_FUZZ=ON >/dev/null
+	@cmake --build build-fuzz -j $(JOBS)
+
+demo: build
+	@scripts/run-demo build
+
+check: build
+	@scripts/run-tests unit=build/tests/velmorin_unit_tests
+
+test: build build-asan build-tsan
+	@scripts/run-tests $$(scripts/list-suites build) \
+	  unit-asan=build-asan/tests/velmorin_unit_tests \
+	  unit-tsan=build-tsan/tests/velmorin_unit_tests
+
+bench: build-release
+	@scripts/run-bench build-release
+
+fuzz: build-fuzz
+	@scripts/run-fuzz build-fuzz $(FUZZ_SECONDS)
+
+format:
+	@git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+tidy: build
+	@git ls-files 'src/*.cpp' | xargs clang-tidy -p build --quiet
+
+clean:
+	rm -rf build build-asan build-tsan build-release build-fuzz build-logs

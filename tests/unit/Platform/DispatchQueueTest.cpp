@@ -1,0 +1,109 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <vector>
+
+#include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
+
+TEST(ManualQueue, RunsNothingUntilAskedAndThenInPostingOrder) {
+    auto q = QXVCManualQueue::create();
+    std::vector<int> order;
+    q->async([&] { order.push_back(1); });
+    q->async([&] {
+        order.push_back(2);
+        q->async([&] { order.push_back(4); });  // posted from a task: runs in the same drain
+    });
+    q->async([&] { order.push_back(3); });
+    EXPECT_TRUE(order.empty());
+    EXPECT_EQ(q->runUntilIdle(), 4u);
+    EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4}));
+}
+
+TEST(ManualQueue, TimersFireOnTheVirtualClockInTimeOrder) {
+    auto q = QXVCManualQueue::create();
+    std::vector<std::string> fired;
+    auto late = q->asyncAfter(20.0, [&] { fired.push_back("20s"); });
+    auto early = q->asyncAfter(0.25, [&] {
+        fired.push_back("0.25s");
+        EXPECT_DOUBLE_EQ(q->now(), 0.25);
+    });
+    auto cancelled = q->asyncAfter(5.0, [&] { fired.push_back("5s"); });
+    cancelled->cancel();
+    EXPECT_FALSE(cancelled->isValid());
+    EXPECT_EQ(q->pendingCount(), 2u);
+
+    q->advance(19.9);
+    EXPECT_EQ(fired, (std::vector<std::string>{"0.25s"}));
+    EXPECT_FALSE(early->isValid());
+    EXPECT_TRUE(late->isValid());
+    q->advance(0.1);
+    EXPECT_EQ(fired, (std::vector<std::string>{"0.25s", "20s"}));
+    EXPECT_FALSE(late->isValid());
+    late->cancel();  // cancelling a fired timer is harmless
+    EXPECT_EQ(q->pendingCount(), 0u);
+}
+
+TEST(ManualQueue, IsCurrentOnlyInsideItsTasksAndSurvivesThrowingTasks) {
+    auto q = QXVCManualQueue::create();
+    bool inside = false;
+    q->async([] { throw std::runtime_error("application bug"); });
+    q->async([&] { inside = q->isCurrent(); });
+    EXPECT_FALSE(q->isCurrent());
+    q->runUntilIdle();
+    EXPECT_TRUE(inside);
+}
+
+TEST(SerialQueue, RunsTasksInOrderOnItsOwnThreadNeverInline) {
+    auto q = QXVCSerialQueue::create("test.serial");
+    std::mutex m;
+    std::vector<int> order;
+    std::atomic<bool> sawCurrent{true};
+    for (int i = 0; i < 100; ++i) {
+        q->async([&, i] {
+            if (!q->isCurrent()) {
+                sawCurrent = false;
+            }
+            std::lock_guard lock(m);
+            order.push_back(i);
+        });
+    }
+    q->sync([] {});
+    EXPECT_TRUE(sawCurrent);
+    EXPECT_FALSE(q->isCurrent());
+    std::lock_guard lock(m);
+    ASSERT_EQ(order.size(), 100u);
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(order[static_cast<size_t>(i)], i);
+    }
+}
+
+TEST(SerialQueue, CancelledTimerNeverFiresAndLiveOneDoes) {
+    auto q = QXVCSerialQueue::create("test.timers");
+    std::mutex m;
+    std::condition_variable cv;
+    std::vector<int> fired;
+    auto never = q->asyncAfter(0.001, [&] {
+        std::lock_guard lock(m);
+        fired.push_back(1);
+    });
+    never->cancel();
+    q->asyncAfter(0.002, [&] {
+        std::lock_guard lock(m);
+        fired.push_back(2);
+        cv.notify_one();
+    });
+    std::unique_lock lock(m);
+    cv.wait(lock, [&] { return !fired.empty(); });
+    EXPECT_EQ(fired, std::vector<int>{2});
+}
+
+TEST(MainQueue, InstallIsRefusedOnceTheQueueIsInUse) {
+    auto manual = QXVCManualQueue::create("app");
+    QXVCMainQueue::replaceForTesting(manual);
+    EXPECT_EQ(QXVCMainQueue::get(), manual);
+    EXPECT_FALSE(QXVCMainQueue::install(QXVCManualQueue::create("late")));
+    EXPECT_EQ(QXVCMainQueue::get(), manual);
+    QXVCMainQueue::replaceForTesting(nullptr);
+}

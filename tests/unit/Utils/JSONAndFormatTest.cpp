@@ -1,0 +1,76 @@
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "VelmorinVideoChat/Utils/QXVCFormat.h"
+#include "VelmorinVideoChat/Utils/QXVCJSON.h"
+
+namespace js = qxvc::json;
+
+TEST(LenientJSON, AbsentNullAndWrongContainersGiveTheDefault) {
+    const auto doc = *js::parse(R"({"n":null,"s":"x","o":{"a":1},"arr":[1]})");
+    EXPECT_EQ(js::getString(doc, "missing", "dflt"), "dflt");
+    EXPECT_EQ(js::getString(doc, "n", "dflt"), "dflt");
+    EXPECT_FALSE(js::getString(doc, "arr").has_value());
+    EXPECT_TRUE(js::getBool(doc, "o", true));
+    EXPECT_EQ(js::getInt64(doc, "arr", 7), 7);
+    EXPECT_EQ(js::getInt64(js::Json::array(), "s", 9), 9);  // not an object at all
+    EXPECT_NE(js::objectMember(doc, "o"), nullptr);
+    EXPECT_EQ(js::objectMember(doc, "s"), nullptr);
+}
+
+TEST(LenientJSON, ConvertsAcrossTypesLikeThePlatformDoes) {
+    const auto doc = *js::parse(
+        R"({"digits":"1234","neg":" -12abc","junk":"abc","yes":"YES","t":"true","no":"no",
+            "zero":0,"two":2,"flt":3.99,"big":1e300,"b":true,"bf":false,"num":42,"ten":"010",
+            "huge":"99999999999999999999","fneg":-2.5})");
+    EXPECT_EQ(js::getInt64(doc, "digits", 0), 1234);
+    EXPECT_EQ(js::getInt64(doc, "neg", 0), -12);
+    EXPECT_EQ(js::getInt64(doc, "junk", 5), 0);
+    EXPECT_EQ(js::getInt64(doc, "flt", 0), 3);
+    EXPECT_EQ(js::getInt64(doc, "fneg", 0), -2);
+    EXPECT_EQ(js::getInt64(doc, "big", 0), std::numeric_limits<int64_t>::max());
+    EXPECT_EQ(js::getInt64(doc, "huge", 0), std::numeric_limits<int64_t>::max());
+    EXPECT_EQ(js::getInt32(doc, "huge", 0), std::numeric_limits<int32_t>::max());
+    EXPECT_EQ(js::getInt64(doc, "b", 0), 1);
+    EXPECT_TRUE(js::getBool(doc, "yes", false));
+    EXPECT_TRUE(js::getBool(doc, "t", false));
+    EXPECT_TRUE(js::getBool(doc, "ten", false));
+    EXPECT_FALSE(js::getBool(doc, "no", true));
+    EXPECT_FALSE(js::getBool(doc, "zero", true));
+    EXPECT_TRUE(js::getBool(doc, "two", false));
+    EXPECT_FALSE(js::getBool(doc, "bf", true));
+    EXPECT_EQ(js::getString(doc, "num", ""), "42");
+    EXPECT_EQ(js::getString(doc, "b", ""), "1");
+}
+
+TEST(LenientJSON, ParseNeverThrows) {
+    EXPECT_FALSE(js::parse("").has_value());
+    EXPECT_FALSE(js::parse("{\"a\":").has_value());
+    EXPECT_FALSE(js::parse("\xff\xfe").has_value());
+    EXPECT_TRUE(js::parse("[1,2]").has_value());
+}
+
+struct Described {
+    std::string description() const { return "<described>"; }
+};
+
+TEST(Format, ObjectsByDescriptionAndPrintfConversions) {
+    auto shared = std::make_shared<Described>();
+    std::shared_ptr<Described> none;
+    EXPECT_EQ(qxvc::format("[QXVC] %@ and %@", shared, none), "[QXVC] <described> and (null)");
+    EXPECT_EQ(qxvc::format("%d|%5ld|%lld|%u|%x", -3, 42L, 1LL << 40, 7u, 255),
+              "-3|   42|1099511627776|7|ff");
+    EXPECT_EQ(qxvc::format("%.2f %s %c %%", 1.5, "txt", 'z'), "1.50 txt z %");
+    EXPECT_EQ(qxvc::format("%@ %@", std::string("s"), std::optional<std::string>{}), "s (null)");
+    EXPECT_EQ(qxvc::format("audio: %d", true), "audio: 1");
+    int x = 0;
+    EXPECT_EQ(qxvc::format("%p", static_cast<const void*>(&x)).rfind("0x", 0), 0u);
+}
+
+TEST(Format, MismatchedAndMissingArgumentsDoNotCrash) {
+    EXPECT_EQ(qxvc::format("%d and %@", "text"), "text and ");
+    EXPECT_EQ(qxvc::format("trailing %"), "trailing %");
+    EXPECT_EQ(qxvc::format("%s", static_cast<const char*>(nullptr)), "(null)");
+    EXPECT_EQ(qxvc::format("%@", 12), "12");
+}
