@@ -15,12 +15,14 @@ enum QXDErrorCode : long {
     QXDErrorChannelNotFound = 400201,
     QXDErrorNotAMember = 400108,
     QXDErrorRequestFailed = 800220,
+    QXDErrorInvalidParameter = 400100,  // a malformed request (empty id, duplicate URL, ...)
+    QXDErrorUserNotFound = 400301,
 };
 
 /// What an application implements (or takes from adapters/chat) to connect the
 /// library to the chat service.
 class QXDChatClient {
-public:
+  public:
     virtual ~QXDChatClient() = default;
     /// The logged-in user, or nullptr when there is none.
     virtual QXDUserPtr getCurrentUser() const = 0;
@@ -29,13 +31,14 @@ public:
     /// Registers a delegate under `identifier` (replacing one with the same
     /// identifier). The client holds it weakly and delivers events to it on one
     /// thread, one at a time.
-    virtual void addChannelDelegate(const QXDChannelDelegatePtr& delegate, const std::string& identifier) = 0;
+    virtual void addChannelDelegate(const QXDChannelDelegatePtr& delegate,
+                                    const std::string& identifier) = 0;
     virtual void removeChannelDelegate(const std::string& identifier) = 0;
 };
 using QXDChatClientPtr = std::shared_ptr<QXDChatClient>;
 
 class QXDMain {
-public:
+  public:
     /// Installs the chat client the library talks through (nullptr uninstalls).
     /// Delegates registered before are carried over to the new client.
     static void setChatClient(QXDChatClientPtr client);
@@ -45,6 +48,7 @@ public:
     static QXDUserPtr getCurrentUser();
     /// `addChannelDelegate:identifier:`. Kept by the port, so it also reaches a
     /// client installed later. Held weakly.
-    static void addChannelDelegate(const QXDChannelDelegatePtr& delegate, const std::string& identifier);
+    static void addChannelDelegate(const QXDChannelDelegatePtr& delegate,
+                                   const std::string& identifier);
     static void removeChannelDelegate(const std::string& identifier);
 };
