@@ -65,6 +65,10 @@ class RTCPeerConnection {
     /// when the track is nil, already added, or the connection is closed.
     virtual RTCRtpSenderPtr addTrack(const RTCMediaStreamTrackPtr& track,
                                      const std::vector<std::string>& streamIds) = 0;
+    /// `removeTrack:`: stops sending the sender's track (the sender's track becomes
+    /// nil and its transceiver stops sending). False when the sender is not one of
+    /// this connection's or was already removed.
+    virtual bool removeTrack(const RTCRtpSenderPtr& sender) = 0;
     /// `addTransceiverOfType:`: a sendrecv transceiver without a track.
     virtual RTCRtpTransceiverPtr addTransceiverOfType(RTCRtpMediaType mediaType) = 0;
 
