@@ -2,6 +2,9 @@
 
 #include <map>
 #include <mutex>
+#include <utility>
+
+#include "Utils/QXVCSafeCall.h"
 
 const char* const QXDErrorDomain = "QXDErrorDomain";
 
@@ -23,10 +26,17 @@ Registry& registry() {
 void QXDMain::setChatClient(QXDChatClientPtr client) {
     auto& r = registry();
     std::map<std::string, std::weak_ptr<QXDChannelDelegate>> delegates;
+    QXDChatClientPtr previous;
     {
         std::lock_guard lock(r.mutex);
-        r.client = client;
+        previous = std::exchange(r.client, client);
         delegates = r.delegates;
+    }
+    // The replaced client stops delivering to the port's delegates.
+    if (previous && previous != client) {
+        for (const auto& entry : delegates) {
+            previous->removeChannelDelegate(entry.first);
+        }
     }
     if (!client) {
         return;
@@ -49,7 +59,8 @@ QXDUserPtr QXDMain::getCurrentUser() {
     return client ? client->getCurrentUser() : nullptr;
 }
 
-void QXDMain::addChannelDelegate(const QXDChannelDelegatePtr& delegate, const std::string& identifier) {
+void QXDMain::addChannelDelegate(const QXDChannelDelegatePtr& delegate,
+                                 const std::string& identifier) {
     auto& r = registry();
     QXDChatClientPtr client;
     {
@@ -75,13 +86,16 @@ void QXDMain::removeChannelDelegate(const std::string& identifier) {
     }
 }
 
-void QXDGroupChannel::getChannelWithUrl(const std::string& channelUrl, QXDGroupChannelHandler handler) {
+void QXDGroupChannel::getChannelWithUrl(const std::string& channelUrl,
+                                        QXDGroupChannelHandler handler) {
     auto client = QXDMain::chatClient();
     if (!client) {
         if (handler) {
-            handler(nullptr, QXDError::errorWithDomain(
-                                 QXDErrorDomain, QXDErrorConnectionRequired,
-                                 QXDUserInfo{{NSLocalizedDescriptionKey, "No chat client is installed."}}));
+            qxvc::safeCall(
+                "QXDGroupChannel::getChannelWithUrl", handler, nullptr,
+                QXDError::errorWithDomain(
+                    QXDErrorDomain, QXDErrorConnectionRequired,
+                    QXDUserInfo{{NSLocalizedDescriptionKey, "No chat client is installed."}}));
         }
         return;
     }

@@ -10,7 +10,7 @@
 #include "VelmorinVideoChat/Platform/Chat/QXDTypes.h"
 
 class QXDBaseChannel {
-public:
+  public:
     virtual ~QXDBaseChannel() = default;
     virtual std::string channelUrl() const = 0;
 };
@@ -23,11 +23,13 @@ using QXDUserMessageHandler = std::function<void(QXDUserMessagePtr, QXDErrorPtr)
 
 /// A group channel of the chat service.
 class QXDGroupChannel : public QXDBaseChannel {
-public:
+  public:
     virtual bool isPublic() const = 0;
     virtual bool isSuper() const = 0;
     virtual long memberCount() const = 0;
     virtual std::vector<QXDUser> members() const = 0;
+    /// The channel's display name ("" when it has none).
+    virtual std::string name() const { return {}; }
 
     /// Sends a user message. Returns at once the pending message (id 0), and
     /// calls `handler` (if any) once, on the chat client's callback thread, with
@@ -43,7 +45,7 @@ public:
 
 /// Hears channel events. Held weakly by the chat client.
 class QXDChannelDelegate {
-public:
+  public:
     virtual ~QXDChannelDelegate() = default;
     /// `channel:didReceiveMessage:`. Called on the chat client's event thread,
     /// one event at a time.
