@@ -1,0 +1,183 @@
+#include <gtest/gtest.h>
+
+#include "VelmorinVideoChat/MessageParser/QXVCMessageParser.h"
+#include "VelmorinVideoChat/Utils/QXVCUtils.h"
+
+namespace {
+
+QXVCCallMessagePtr signal(const std::string& body) {
+    return QXVCMessageParser::parseMessageData("SGNL" + body, 1);
+}
+
+template <typename T>
+std::shared_ptr<T> as(const QXVCCallMessagePtr& m) {
+    return std::dynamic_pointer_cast<T>(m);
+}
+
+}  // namespace
+
+TEST(SignalMessages, DispatchOnCommandAndType) {
+    EXPECT_TRUE(as<QXVCCandidateMessage>(signal(R"({"type":"candidate"})")));
+    EXPECT_TRUE(as<QXVCMediaStreamUpdateMessage>(signal(R"({"type":"audio"})")));
+    EXPECT_TRUE(as<QXVCMediaStreamUpdateMessage>(signal(R"({"type":"video"})")));
+    for (const char* body : {R"({"type":"offer"})", R"({"type":"answer"})", R"({"type":"Video"})",
+                             R"({"type":"renegotiate"})", "{}", "not json"}) {
+        const auto m = as<QXVCSignalMessage>(signal(body));
+        ASSERT_TRUE(m) << body;
+        EXPECT_FALSE(as<QXVCCandidateMessage>(signal(body)));
+        EXPECT_FALSE(as<QXVCMediaStreamUpdateMessage>(signal(body)));
+    }
+    const auto other = signal(R"({"type":"renegotiate"})");
+    EXPECT_FALSE(other->isOffer());
+    EXPECT_FALSE(other->isAnswer());
+
+    EXPECT_TRUE(as<QXVCStartCallMessage>(QXVCMessageParser::parseMessageData("STCA{}", 1)));
+    EXPECT_TRUE(as<QXVCEndCallMessage>(QXVCMessageParser::parseMessageData("ENCA{}", 1)));
+    for (const char* data :
+         {"STCA", "SGNL", "ENC", "", "XXXX{}", "stca{}", "STC {}", "{}STCA{}", " STCA{}"}) {
+        EXPECT_FALSE(QXVCMessageParser::parseMessageData(data, 1)) << data;
+    }
+}
+
+TEST(SignalMessages, OfferCarriesCompressedAndDecompressedSdp) {
+    const std::string sdp =
+        "v=0\r\no=- 1 2 IN IP4 127.0.0.1\r\nm=audio 9 UDP/TLS/RTP/SAVPF 111\r\n";
+    const std::string compressed = QXVCUtils::compressString(sdp);
+    const nlohmann::json body = {{"type", "offer"}, {"call_id", "c"}, {"sdp", compressed}};
+    const auto m = as<QXVCSignalMessage>(signal(body.dump()));
+    ASSERT_TRUE(m);
+    EXPECT_TRUE(m->isOffer());
+    EXPECT_EQ(m->compressedSdp(), compressed);
+    EXPECT_EQ(m->sdp(), sdp);
+    EXPECT_TRUE(m->hasSdp());
+
+    // A stream that does not decompress still gives the message, with sdp "".
+    const auto bad = as<QXVCSignalMessage>(signal(R"({"type":"answer","sdp":"H4sIAAAA"})"));
+    ASSERT_TRUE(bad);
+    EXPECT_EQ(bad->compressedSdp(), "H4sIAAAA");
+    EXPECT_EQ(bad->sdp(), "");
+    EXPECT_TRUE(bad->isAnswer());
+
+    // Not JSON at all: both strings empty and no type.
+    const auto junk = as<QXVCSignalMessage>(signal("<xml/>"));
+    ASSERT_TRUE(junk);
+    EXPECT_EQ(junk->sdp(), "");
+    EXPECT_EQ(junk->compressedSdp(), "");
+    EXPECT_EQ(junk->type(), std::nullopt);
+    EXPECT_EQ(junk->version(), 1);
+    EXPECT_TRUE(junk->payload().is_null());
+}
+
+TEST(SignalMessages, CandidateAndMediaUpdateFieldsAndDefaults) {
+    auto c = as<QXVCCandidateMessage>(signal(
+        R"({"type":"candidate","sdp":"candidate:1 1 udp 1 1.2.3.4 5 typ relay","sdp_mid":"0",
+            "sdp_mline_index":"1"})"));
+    ASSERT_TRUE(c);
+    EXPECT_EQ(c->sdp(), "candidate:1 1 udp 1 1.2.3.4 5 typ relay");
+    EXPECT_EQ(c->sdpMid(), "0");
+    EXPECT_EQ(c->sdpMLineIndex(), 1);
+    c = as<QXVCCandidateMessage>(signal(R"({"type":"candidate","sdp_mid":null})"));
+    EXPECT_EQ(c->sdp(), "");
+    EXPECT_EQ(c->sdpMid(), "");
+    EXPECT_EQ(c->sdpMLineIndex(), 0);
+
+    auto v = as<QXVCMediaStreamUpdateMessage>(signal(R"({"type":"video"})"));
+    ASSERT_TRUE(v);
+    EXPECT_TRUE(v->isVideo());
+    EXPECT_TRUE(v->isEnabled());
+    v = as<QXVCMediaStreamUpdateMessage>(signal(R"({"type":"audio","is_enabled":false})"));
+    EXPECT_TRUE(v->isAudio());
+    EXPECT_FALSE(v->isEnabled());
+    v = as<QXVCMediaStreamUpdateMessage>(signal(R"({"type":"audio","is_enabled":"NO"})"));
+    EXPECT_FALSE(v->isEnabled());
+}
+
+TEST(MessageParser, ChatKeepsUnparsableBodiesButPushDropsThem) {
+    for (const char* command : {"STCA", "ENCA", "SGNL"}) {
+        for (const char* body : {"not json", "[1,2]", "\"text\"", "{\"a\":", "\xff\xfe{}"}) {
+            const std::string data = std::string(command) + body;
+            const auto chat = QXVCMessageParser::parseMessageData(data, 5);
+            ASSERT_TRUE(chat) << data;
+            EXPECT_EQ(chat->callId(), std::nullopt);
+            EXPECT_EQ(chat->type(), std::nullopt);
+            EXPECT_EQ(chat->version(), 1);
+
+            const nlohmann::json push = {{"velmorin", {{"message_id", 5}, {"data", data}}}};
+            EXPECT_FALSE(QXVCMessageParser::parsePushNotification(push)) << data;
+        }
+    }
+    const auto s = std::dynamic_pointer_cast<QXVCStartCallMessage>(
+        QXVCMessageParser::parseMessageData("STCAnope", 5));
+    ASSERT_TRUE(s);
+    EXPECT_EQ(s->turnServer(), "");
+    EXPECT_EQ(s->callerUsername(), std::optional<std::string>(""));
+    EXPECT_EQ(s->messageId(), 5);
+}
+
+TEST(MessageParser, PushPayloadNeedsSectionIdAndData) {
+    const std::string data = R"(ENCA{"call_id":"c9","type":"cancel"})";
+    const nlohmann::json good = {
+        {"velmorin", {{"message_id", "8000000001"}, {"data", data}, {"custom_type", "x"}}}};
+    const auto m = std::dynamic_pointer_cast<QXVCEndCallMessage>(
+        QXVCMessageParser::parsePushNotification(good));
+    ASSERT_TRUE(m);
+    EXPECT_EQ(m->messageId(), 8000000001);
+    EXPECT_EQ(m->callId(), "c9");
+    EXPECT_EQ(m->endType(), QXVCEndTypeCancel);
+
+    const nlohmann::json bad[] = {
+        nlohmann::json::object(),
+        {{"velmorin", nullptr}},
+        {{"velmorin", "string"}},
+        {{"velmorin", {{"data", data}}}},
+        {{"velmorin", {{"message_id", nullptr}, {"data", data}}}},
+        {{"velmorin", {{"message_id", {1, 2}}, {"data", data}}}},
+        {{"velmorin", {{"message_id", 1}}}},
+        {{"velmorin", {{"message_id", 1}, {"data", nullptr}}}},
+        {{"velmorin", {{"message_id", 1}, {"data", "ENCA"}}}},
+        {{"velmorin", {{"message_id", 1}, {"data", "XXXX{}"}}}},
+        nlohmann::json::array(),
+        nullptr,
+    };
+    for (const auto& payload : bad) {
+        EXPECT_FALSE(QXVCMessageParser::parsePushNotification(payload)) << payload.dump();
+    }
+}
+
+TEST(MessageParser, UserMessageUsesItsDataAndIdAndWrongTypesNeverThrow) {
+    const auto message = std::make_shared<QXDUserMessage>(
+        314, "channel", "QX_VIDEOCHAT", "QX_VIDEOCHAT", R"(STCA{"call_id":"c"})", nullptr);
+    const auto m = std::dynamic_pointer_cast<QXVCStartCallMessage>(
+        QXVCMessageParser::parseUserMessage(message));
+    ASSERT_TRUE(m);
+    EXPECT_EQ(m->messageId(), 314);
+    EXPECT_EQ(m->callId(), "c");
+    EXPECT_FALSE(QXVCMessageParser::parseUserMessage(nullptr));
+
+    // Every key holding a value of the wrong JSON kind: defaults or platform conversions.
+    const std::string wrong =
+        R"({"call_id":12,"type":["start"],"videochat_protocol_ver":"2x","is_audio_call":"yes",
+            "caller":"alice","callee":[],"constraints":"none","turn_server":{},"credentials":[1],
+            "ender":"bob","period":{},"sdp":false,"sdp_mid":1.5,"sdp_mline_index":[],
+            "is_enabled":{}})";
+    for (const char* command : {"STCA", "ENCA", "SGNL"}) {
+        QXVCCallMessagePtr parsed;
+        EXPECT_NO_THROW(parsed = QXVCMessageParser::parseMessageData(command + wrong, 1));
+        ASSERT_TRUE(parsed);
+        EXPECT_EQ(parsed->callId(), "12");
+        EXPECT_EQ(parsed->type(), std::nullopt);
+        EXPECT_EQ(parsed->version(), 2);
+        EXPECT_FALSE(parsed->description().empty());
+    }
+    const auto s = std::dynamic_pointer_cast<QXVCStartCallMessage>(
+        QXVCMessageParser::parseMessageData("STCA" + wrong, 1));
+    EXPECT_TRUE(s->isAudioCall());
+    EXPECT_FALSE(s->caller());
+    EXPECT_FALSE(s->callee());
+    EXPECT_EQ(s->turnServer(), "");
+    EXPECT_EQ(s->callerUsername(), std::optional<std::string>(""));
+    const auto e = std::dynamic_pointer_cast<QXVCEndCallMessage>(
+        QXVCMessageParser::parseMessageData("ENCA" + wrong, 1));
+    EXPECT_EQ(e->enderId(), std::nullopt);
+    EXPECT_EQ(e->period(), 0);
+}
