@@ -1,0 +1,327 @@
+// The Velmorin chat service: what it does with call signalling, membership,
+// message ids, delivery and push payloads.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <regex>
+#include <thread>
+
+#include "VelmorinService/ChatService.h"
+#include "VelmorinService/TurnCredentials.h"
+#include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
+#include "VelmorinVideoChat/QXVCTypes.h"
+
+using nlohmann::json;
+using velmorin::ChatService;
+
+namespace {
+
+constexpr int64_t kEpochMs = 1'800'000'000'000;
+
+class ChatServiceTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        clock = std::make_shared<velmorin::ManualServiceClock>(kEpochMs);
+        velmorin::ServiceSettings settings;
+        settings.turnServer = "turn:10.1.2.3:3478";
+        settings.turnSharedSecret = "s3cret";
+        settings.turnCredentialTtlSeconds = 3600;
+        settings.startCallWindowSeconds = 60;
+        service = ChatService::create(settings, clock);
+        ASSERT_EQ(service->upsertUser(QXDUser("alice", "Alice", "https://img/a.png")), nullptr);
+        ASSERT_EQ(service->upsertUser(QXDUser("bob", "Bob", "https://img/b.png")), nullptr);
+        ASSERT_EQ(service->upsertUser(QXDUser("carol", "Carol")), nullptr);
+        ASSERT_EQ(service->createGroupChannel({"ab", "Alice & Bob", false, false, {"alice", "bob"}})
+                      .error,
+                  nullptr);
+        ASSERT_EQ(service->createGroupChannel({"ac", "", false, false, {"alice", "carol"}}).error,
+                  nullptr);
+        bobConnection = service->connect(
+            "bob", [this](const QXDUserMessagePtr& m, const velmorin::ChannelInfo&) {
+                std::lock_guard lock(mutex);
+                bobReceived.push_back(m);
+            });
+    }
+
+    velmorin::ServiceResult<QXDUserMessagePtr> send(const std::string& sender,
+                                                    const std::string& url,
+                                                    const std::string& data) {
+        auto params = QXDUserMessageParams::initWithMessage("QX_VIDEOCHAT");
+        params->setCustomType("QX_VIDEOCHAT");
+        params->setData(data);
+        return service->send(sender, url, *params);
+    }
+
+    static json body(const QXDUserMessagePtr& message) {
+        return json::parse(message->data().substr(4));
+    }
+
+    std::string startCall(const std::string& sender = "alice", const std::string& url = "ab") {
+        auto sent = send(sender, url, R"(STCA{"type":"start","videochat_protocol_ver":1})");
+        EXPECT_EQ(sent.error, nullptr);
+        return sent.value ? body(sent.value).value("call_id", "") : "";
+    }
+
+    std::shared_ptr<velmorin::ManualServiceClock> clock;
+    std::shared_ptr<ChatService> service;
+    uint64_t bobConnection = 0;
+    std::mutex mutex;
+    std::vector<QXDUserMessagePtr> bobReceived;
+};
+
+TEST(TurnCredentialsTest, PasswordIsBase64OfHmacSha1) {
+    // RFC 2202, HMAC-SHA1 test case 2, in base64.
+    EXPECT_EQ(velmorin::turnPassword("Jefe", "what do ya want for nothing?"),
+              "7/zfauXrL6LSdBbV8YTfnCWafHk=");
+    auto credentials = velmorin::makeTurnCredentials("k", "alice", 1234567890);
+    EXPECT_EQ(credentials.username, "1234567890:alice");
+    EXPECT_EQ(credentials.password, velmorin::turnPassword("k", "1234567890:alice"));
+}
+
+TEST_F(ChatServiceTest, StartIsEchoedAndDeliveredWithCallIdUsersAndTurnCredentials) {
+    auto sent = send("alice", "ab",
+                     R"(STCA{"type":"start","videochat_protocol_ver":1,)"
+                     R"("constraints":{"audio":true,"video":false},"is_audio_call":false})");
+    ASSERT_EQ(sent.error, nullptr);
+    const auto& echo = sent.value;
+    ASSERT_NE(echo, nullptr);
+    EXPECT_GT(echo->messageId(), 0);
+    EXPECT_EQ(echo->customType(), "QX_VIDEOCHAT");
+    EXPECT_EQ(echo->message(), "QX_VIDEOCHAT");
+    EXPECT_EQ(echo->data().rfind("STCA{", 0), 0u);
+
+    json b = body(echo);
+    const std::string callId = b.value("call_id", "");
+    EXPECT_TRUE(std::regex_match(
+        callId, std::regex("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}")))
+        << callId;
+    // What the client wrote is kept.
+    EXPECT_EQ(b["type"], "start");
+    EXPECT_EQ(b["constraints"], json({{"audio", true}, {"video", false}}));
+    EXPECT_EQ(b["is_audio_call"], false);
+    EXPECT_EQ(
+        b["caller"],
+        json({{"user_id", "alice"}, {"nickname", "Alice"}, {"profile_url", "https://img/a.png"}}));
+    EXPECT_EQ(
+        b["callee"],
+        json({{"user_id", "bob"}, {"nickname", "Bob"}, {"profile_url", "https://img/b.png"}}));
+    EXPECT_EQ(b["turn_server"], "turn:10.1.2.3:3478");
+
+    const std::string expiry = std::to_string(kEpochMs / 1000 + 3600);
+    for (const auto& [role, user] : {std::pair{"caller", "alice"}, std::pair{"callee", "bob"}}) {
+        const auto& credentials = b["credentials"][role];
+        const std::string username = credentials.value("username", "");
+        EXPECT_EQ(username, expiry + ":" + user);
+        EXPECT_EQ(credentials.value("password", ""), velmorin::turnPassword("s3cret", username));
+    }
+
+    // Stored and delivered exactly as echoed.
+    ASSERT_EQ(bobReceived.size(), 1u);
+    EXPECT_EQ(bobReceived[0]->messageId(), echo->messageId());
+    EXPECT_EQ(bobReceived[0]->data(), echo->data());
+    ASSERT_NE(bobReceived[0]->sender(), nullptr);
+    EXPECT_EQ(bobReceived[0]->sender()->userId(), "alice");
+    auto stored = service->messages("bob", "ab");
+    ASSERT_EQ(stored.value.size(), 1u);
+    EXPECT_EQ(stored.value[0]->data(), echo->data());
+    // A second call gets a different id.
+    ASSERT_NE(service->startUnderWay("ab"), std::nullopt);
+    EXPECT_NE(startCall("alice", "ac"), callId);
+}
+
+TEST_F(ChatServiceTest, SecondStartIsRefusedWhileTheFirstIsUnderWay) {
+    const std::string first = startCall();
+    ASSERT_EQ(first.size(), 36u);
+    const size_t storedBefore = service->messages("alice", "ab").value.size();
+    bobReceived.clear();
+
+    auto refused = send("bob", "ab", R"(STCA{"type":"start"})");
+    ASSERT_EQ(refused.value, nullptr);
+    ASSERT_NE(refused.error, nullptr);
+    EXPECT_EQ(refused.error->code(), static_cast<long>(QXVCErrorAlreadyCallGoingOn));
+    EXPECT_EQ(refused.error->domain(), "QXDErrorDomain CALL_ID:" + first);
+    // What a client does with it: split at the marker, take 36 characters.
+    const auto& domain = refused.error->domain();
+    const auto marker = domain.find("CALL_ID:");
+    ASSERT_NE(marker, std::string::npos);
+    EXPECT_EQ(domain.find("CALL_ID:", marker + 1), std::string::npos);
+    EXPECT_EQ(domain.substr(marker + 8, 36), first);
+    // Nothing stored or delivered; the sender of the first start too is refused.
+    EXPECT_EQ(service->messages("alice", "ab").value.size(), storedBefore);
+    EXPECT_TRUE(bobReceived.empty());
+    EXPECT_NE(send("alice", "ab", R"(STCA{})").error, nullptr);
+    // Another channel is not affected.
+    EXPECT_EQ(startCall("alice", "ac").size(), 36u);
+}
+
+TEST_F(ChatServiceTest, StartStopsBeingUnderWayAtItsEndOrWhenTheWindowCloses) {
+    const std::string first = startCall();
+    clock->advanceMilliseconds(59'999);
+    EXPECT_NE(send("bob", "ab", "STCA{}").error, nullptr);
+    clock->advanceMilliseconds(1);
+    const std::string second = startCall("bob");
+    ASSERT_EQ(second.size(), 36u);
+    EXPECT_NE(second, first);
+
+    // The end of another call (here: the expired one) does not end this start.
+    ASSERT_EQ(send("alice", "ab", R"(ENCA{"type":"end","call_id":")" + first + R"("})").error,
+              nullptr);
+    EXPECT_EQ(service->startUnderWay("ab"), second);
+    // Its own end does, at once.
+    ASSERT_EQ(send("alice", "ab", R"(ENCA{"type":"decline","call_id":")" + second + R"("})").error,
+              nullptr);
+    EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
+    EXPECT_EQ(startCall().size(), 36u);
+}
+
+TEST_F(ChatServiceTest, EndIsEnrichedWithUsersEnderAndPeriod) {
+    const std::string callId = startCall();
+    clock->advanceMilliseconds(12'345);
+    auto ended = send("bob", "ab",
+                      R"(ENCA{"type":"end","call_id":")" + callId +
+                          R"(","videochat_protocol_ver":1,"is_audio_call":true})");
+    ASSERT_EQ(ended.error, nullptr);
+    json b = body(ended.value);
+    EXPECT_EQ(b["ender"], json({{"user_id", "bob"}}));
+    EXPECT_EQ(b["period"], 12345);
+    EXPECT_TRUE(b["period"].is_number_integer());
+    EXPECT_EQ(b["caller"]["user_id"], "alice");
+    EXPECT_EQ(b["callee"]["user_id"], "bob");
+    EXPECT_EQ(b["type"], "end");
+    EXPECT_EQ(b["is_audio_call"], true);
+    EXPECT_EQ(b["videochat_protocol_ver"], 1);
+
+    // Unknown call: ender and period 0, no users.
+    json unknown = body(send("alice", "ab", R"(ENCA{"type":"end","call_id":"nope"})").value);
+    EXPECT_EQ(unknown["ender"], json({{"user_id", "alice"}}));
+    EXPECT_EQ(unknown["period"], 0);
+    EXPECT_FALSE(unknown.contains("caller"));
+    // A call of another channel is unknown here: its users are not revealed.
+    const std::string other = startCall("alice", "ac");
+    json foreign =
+        body(send("bob", "ab", R"(ENCA{"type":"end","call_id":")" + other + R"("})").value);
+    EXPECT_FALSE(foreign.contains("caller"));
+    EXPECT_EQ(foreign["period"], 0);
+    EXPECT_EQ(service->startUnderWay("ac"), other);
+}
+
+TEST_F(ChatServiceTest, EverythingElseIsRelayedUnchanged) {
+    const std::vector<std::string> untouched = {
+        R"(SGNL{"type":"offer","call_id":"x","sdp":"H4sI"})",
+        "hello there",
+        "",
+        "STCA",
+        "STCA{not json",
+        "ENCA[1,2,3]",
+        "STCA\"just a string\"",
+        std::string("STCA{\"type\":\"start\",\"x\":\"\xff\xfe\"}"),  // invalid UTF-8
+    };
+    for (const auto& data : untouched) {
+        bobReceived.clear();
+        auto sent = send("alice", "ab", data);
+        ASSERT_EQ(sent.error, nullptr) << data;
+        EXPECT_EQ(sent.value->data(), data);
+        ASSERT_EQ(bobReceived.size(), 1u) << data;
+        EXPECT_EQ(bobReceived[0]->data(), data);
+    }
+    // None of the malformed starts counted as a start.
+    EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
+}
+
+TEST_F(ChatServiceTest, OnlyMembersCanLookUpReadOrSend) {
+    auto bySender = send("carol", "ab", "STCA{}");
+    ASSERT_NE(bySender.error, nullptr);
+    EXPECT_EQ(bySender.error->code(), QXDErrorNotAMember);
+    EXPECT_EQ(service->channel("carol", "ab").error->code(), QXDErrorNotAMember);
+    EXPECT_EQ(service->messages("carol", "ab").error->code(), QXDErrorNotAMember);
+    EXPECT_EQ(send("alice", "nowhere", "hi").error->code(), QXDErrorChannelNotFound);
+    EXPECT_TRUE(bobReceived.empty());
+    EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
+
+    auto channel = service->channel("bob", "ab");
+    ASSERT_EQ(channel.error, nullptr);
+    EXPECT_EQ(channel.value.members.size(), 2u);
+    EXPECT_EQ(service->channelUrlsOfUser("carol"), std::vector<std::string>{"ac"});
+    // Leaving a channel takes the rights away.
+    ASSERT_EQ(service->removeMember("ab", "bob"), nullptr);
+    EXPECT_EQ(service->channel("bob", "ab").error->code(), QXDErrorNotAMember);
+    // Channel creation checks its members and URL.
+    EXPECT_NE(service->createGroupChannel({"ab", "", false, false, {"alice"}}).error, nullptr);
+    EXPECT_NE(service->createGroupChannel({"", "", false, false, {"alice", "zed"}}).error, nullptr);
+    EXPECT_NE(service->createGroupChannel({"", "", false, false, {"bob", "bob"}}).error, nullptr);
+    EXPECT_FALSE(service->createGroupChannel({}).value.channelUrl.empty());
+}
+
+TEST_F(ChatServiceTest, OfflineMembersGetPushPayloadsToCollect) {
+    service->disconnect(bobConnection);
+    EXPECT_FALSE(service->isConnected("bob"));
+    auto sent = send("alice", "ab", R"(STCA{"type":"start"})");
+    ASSERT_EQ(sent.error, nullptr);
+    EXPECT_TRUE(bobReceived.empty());
+
+    auto payloads = service->takePushPayloads("bob");
+    ASSERT_EQ(payloads.size(), 1u);
+    const json& p = payloads[0];
+    EXPECT_EQ(p["aps"]["category"], "velmorin_mesg");
+    EXPECT_EQ(p["aps"]["alert"], "Alice: QX_VIDEOCHAT");
+    EXPECT_EQ(p["velmorin"]["custom_type"], "QX_VIDEOCHAT");
+    EXPECT_EQ(p["velmorin"]["channel"], json({{"channel_url", "ab"}, {"name", "Alice & Bob"}}));
+    EXPECT_TRUE(p["velmorin"]["message_id"].is_number_integer());
+    EXPECT_EQ(p["velmorin"]["message_id"].get<int64_t>(), sent.value->messageId());
+    EXPECT_EQ(p["velmorin"]["data"], sent.value->data());
+    EXPECT_EQ(p["velmorin"]["sender"]["user_id"], "alice");
+    // Taken means cleared; the sender and connected members get none.
+    EXPECT_TRUE(service->takePushPayloads("bob").empty());
+    EXPECT_TRUE(service->takePushPayloads("alice").empty());
+    // A channel without a name has no "name".
+    send("alice", "ac", "hi");
+    auto carol = service->takePushPayloads("carol");
+    ASSERT_EQ(carol.size(), 1u);
+    EXPECT_FALSE(carol[0]["velmorin"]["channel"].contains("name"));
+}
+
+TEST_F(ChatServiceTest, IdsGrowAndEachRecipientSeesThemInOrderUnderConcurrentSends) {
+    service->disconnect(bobConnection);
+    std::mutex seenMutex;
+    std::vector<int64_t> carolSeen;
+    service->connect("carol", [&](const QXDUserMessagePtr& m, const velmorin::ChannelInfo&) {
+        std::lock_guard lock(seenMutex);
+        carolSeen.push_back(m->messageId());
+    });
+    // A sink that answers from inside its delivery must not deadlock.
+    std::atomic<int> bobReplies{0};
+    service->connect("bob", [&](const QXDUserMessagePtr& m, const velmorin::ChannelInfo&) {
+        if (m->data() == "ping") {
+            ++bobReplies;
+            auto params = QXDUserMessageParams::initWithMessage("pong");
+            params->setData("pong");
+            service->send("bob", "ab", *params);
+        }
+    });
+
+    constexpr int kPerThread = 200;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kPerThread; ++i) {
+                send("alice", t % 2 ? "ab" : "ac", t % 2 ? "ping" : "note");
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(bobReplies.load(), 2 * kPerThread);
+    ASSERT_EQ(carolSeen.size(), 2u * kPerThread);
+    EXPECT_TRUE(std::is_sorted(carolSeen.begin(), carolSeen.end()));
+
+    auto all = service->messages("alice", "ab").value;
+    ASSERT_EQ(all.size(), 4u * kPerThread);  // pings and pongs
+    for (size_t i = 1; i < all.size(); ++i) {
+        EXPECT_LT(all[i - 1]->messageId(), all[i]->messageId());
+    }
+}
+
+}  // namespace
