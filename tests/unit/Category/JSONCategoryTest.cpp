@@ -1,0 +1,149 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "Platform/RTC/RTCLogging.h"
+#include "VelmorinVideoChat/Category/NSDictionary+VelmorinVideoChat.h"
+#include "VelmorinVideoChat/Category/RTCIceCandidate+VelmorinVideoChat.h"
+#include "VelmorinVideoChat/Category/RTCSessionDescription+VelmorinVideoChat.h"
+
+namespace {
+
+struct CapturedLog {
+    std::vector<std::pair<int, std::string>> lines;
+    CapturedLog() {
+        RTCSetLogSink(
+            [this](int severity, const std::string& text) { lines.emplace_back(severity, text); });
+    }
+    ~CapturedLog() { RTCSetLogSink(nullptr); }
+};
+
+nlohmann::json parsed(const std::optional<std::string>& data) {
+    return data ? nlohmann::json::parse(*data, nullptr, false) : nlohmann::json();
+}
+
+}  // namespace
+
+TEST(DictionaryToString, CompactTextOrBracesWhenItCannotBeWritten) {
+    const nlohmann::json d = {{"call_id", "a/b"}, {"n", 1}, {"nested", {{"x", {1, 2}}}}};
+    const std::string text = qxvc_toString(d);
+    EXPECT_EQ(text.find('\n'), std::string::npos);
+    EXPECT_EQ(text.find(": "), std::string::npos);
+    EXPECT_EQ(nlohmann::json::parse(text), d);
+
+    EXPECT_EQ(qxvc_toString(nlohmann::json::object()), "{}");
+    EXPECT_EQ(qxvc_toString({{"bad", std::string("\xff\xfe")}}), "{}");
+    EXPECT_EQ(qxvc_toString({{"deep", {{"bad", std::string("ok\xc3")}}}}), "{}");
+    EXPECT_EQ(qxvc_toString(nlohmann::json::array({1})), "{}");
+    EXPECT_EQ(qxvc_toString(nullptr), "{}");
+    EXPECT_EQ(qxvc_toString({{"u", "Grüße"}}), "{\"u\":\"Grüße\"}");
+}
+
+TEST(IceCandidateJSON, WritesEmptyStringsForAbsentMidAndLine) {
+    const RTCIceCandidate full("candidate:1 1 udp 2 10.0.0.1 3478 typ relay", 1, "video");
+    EXPECT_EQ(qxvc_JSONDictionary(full),
+              nlohmann::json({{"label", 1},
+                              {"id", "video"},
+                              {"candidate", "candidate:1 1 udp 2 10.0.0.1 3478 typ relay"}}));
+    const RTCIceCandidate bare(std::nullopt, 0, std::nullopt);
+    const nlohmann::json d = qxvc_JSONDictionary(bare);
+    EXPECT_EQ(d.size(), 3u);
+    EXPECT_EQ(d["id"], "");
+    EXPECT_EQ(d["candidate"], "");
+
+    const auto data = qxvc_JSONData(full);
+    ASSERT_TRUE(data);
+    EXPECT_NE(data->find("\n  \""), std::string::npos);  // pretty-printed
+    const auto doc = parsed(data);
+    EXPECT_EQ(doc.size(), 4u);
+    EXPECT_EQ(doc["type"], "candidate");
+    EXPECT_EQ(doc["label"], 1);
+
+    const auto list = parsed(
+        qxvc_JSONDataForIceCandidates({std::make_shared<const RTCIceCandidate>(full), nullptr,
+                                       std::make_shared<const RTCIceCandidate>(bare)},
+                                      "remote"));
+    EXPECT_EQ(list.size(), 2u);
+    EXPECT_EQ(list["type"], "remote");
+    ASSERT_EQ(list["candidates"].size(), 2u);
+    EXPECT_EQ(list["candidates"][0]["id"], "video");
+    EXPECT_EQ(list["candidates"][1]["id"], "");
+}
+
+TEST(IceCandidateJSON, SerialisationErrorsLogOneErrorLineAndGiveNull) {
+    CapturedLog log;
+    const RTCIceCandidate bad(std::string("candidate:\xff"), 0, "0");
+    EXPECT_EQ(qxvc_JSONData(bad), std::nullopt);
+    EXPECT_EQ(qxvc_JSONDataForIceCandidates({}, "type\xc0"), std::nullopt);
+    ASSERT_EQ(log.lines.size(), 2u);
+    EXPECT_EQ(log.lines[0].first, 3);
+    EXPECT_EQ(log.lines[0].second.rfind("(RTCIceCandidate+VelmorinVideoChat.cpp:80 "
+                                        "-[RTCIceCandidate(VelmorinVideoChat) qxvc_JSONData]): "
+                                        "Error serializing JSON: ",
+                                        0),
+              0u)
+        << log.lines[0].second;
+    EXPECT_EQ(log.lines[1].second.rfind(
+                  "(RTCIceCandidate+VelmorinVideoChat.cpp:49 +[RTCIceCandidate(VelmorinVideoChat) "
+                  "qxvc_JSONDataForIceCandidates:withType:]): Error serializing JSON: ",
+                  0),
+              0u)
+        << log.lines[1].second;
+}
+
+TEST(IceCandidateJSON, ReadsLenientlyWithoutValidation) {
+    auto c = qxvc_candidateFromJSONDictionary({{"label", "1"}, {"candidate", "a=x"}});
+    ASSERT_TRUE(c);
+    EXPECT_EQ(c->sdpMLineIndex(), 1);
+    EXPECT_EQ(c->sdp(), "a=x");
+    EXPECT_EQ(c->sdpMid(), std::nullopt);
+    c = qxvc_candidateFromJSONDictionary(nlohmann::json::object());
+    EXPECT_EQ(c->sdpMLineIndex(), 0);
+    EXPECT_EQ(c->sdp(), std::nullopt);
+    EXPECT_FALSE(qxvc_candidateFromJSONDictionary("text"));
+
+    EXPECT_TRUE(qxvc_candidatesFromJSONDictionary({{"type", "x"}}).empty());
+    EXPECT_TRUE(qxvc_candidatesFromJSONDictionary({{"candidates", "x"}}).empty());
+    const auto list = qxvc_candidatesFromJSONDictionary(
+        {{"candidates", {{{"id", "a"}, {"label", 2}}, 5, {{"id", "b"}}}}});
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[0]->sdpMid(), "a");
+    EXPECT_EQ(list[0]->sdpMLineIndex(), 2);
+    EXPECT_EQ(list[1]->sdpMid(), "b");
+
+    // What is written reads back as the same candidate.
+    const RTCIceCandidate original("candidate:9", 3, "audio");
+    const auto back = qxvc_candidateFromJSONDictionary(qxvc_JSONDictionary(original));
+    EXPECT_EQ(back->sdp(), original.sdp());
+    EXPECT_EQ(back->sdpMid(), original.sdpMid());
+    EXPECT_EQ(back->sdpMLineIndex(), 3);
+}
+
+TEST(SessionDescriptionJSON, TypeTextsAndRoundTrip) {
+    const RTCSdpType types[] = {RTCSdpTypeOffer, RTCSdpTypePrAnswer, RTCSdpTypeAnswer,
+                                RTCSdpTypeRollback};
+    const char* texts[] = {"offer", "pranswer", "answer", "rollback"};
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(RTCSessionDescription::stringForType(types[i]), texts[i]);
+        EXPECT_EQ(RTCSessionDescription::typeForString(texts[i]), types[i]);
+    }
+    EXPECT_EQ(RTCSessionDescription::typeForString("Answer"), RTCSdpTypeOffer);
+    EXPECT_EQ(RTCSessionDescription::typeForString(""), RTCSdpTypeOffer);
+
+    const RTCSessionDescription answer(RTCSdpTypeAnswer, "v=0\r\ns=-\r\n");
+    const auto data = qxvc_JSONData(answer);
+    ASSERT_TRUE(data);
+    EXPECT_EQ(data->find('\n'), std::string::npos);  // compact; the SDP's breaks are escaped
+    const auto doc = parsed(data);
+    EXPECT_EQ(doc, nlohmann::json({{"type", "answer"}, {"sdp", "v=0\r\ns=-\r\n"}}));
+    const auto back = qxvc_descriptionFromJSONDictionary(doc);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->type(), RTCSdpTypeAnswer);
+    EXPECT_EQ(back->sdp(), answer.sdp());
+
+    EXPECT_EQ(qxvc_JSONData(RTCSessionDescription(RTCSdpTypeOffer, "\xff")), std::nullopt);
+    const auto missing = qxvc_descriptionFromJSONDictionary(nlohmann::json::object());
+    EXPECT_EQ(missing->type(), RTCSdpTypeOffer);
+    EXPECT_EQ(missing->sdp(), "");
+    EXPECT_FALSE(qxvc_descriptionFromJSONDictionary(nlohmann::json::array()));
+}
