@@ -1,0 +1,70 @@
+#include <gtest/gtest.h>
+
+#include "Utils/QXVCPng.h"
+#include "unit/Media/PngReader.h"
+
+namespace {
+
+TEST(PngTest, EncodesRgbThatReadsBackWithValidChunks) {
+    const uint32_t w = 7;
+    const uint32_t h = 5;  // odd sizes: no row padding may sneak in
+    std::vector<uint8_t> rgb(size_t{w} * h * 3);
+    for (size_t i = 0; i < rgb.size(); ++i) {
+        rgb[i] = static_cast<uint8_t>(i * 37 + 11);
+    }
+    const auto bytes = qxvc::png::encodeRGB8(rgb.data(), rgb.size(), w, h);
+    const auto img = pngtest::decode(bytes);
+    ASSERT_TRUE(img.ok) << img.error;
+    EXPECT_EQ(img.width, w);
+    EXPECT_EQ(img.height, h);
+    EXPECT_EQ(img.bitDepth, 8);
+    EXPECT_EQ(img.colourType, 2);
+    ASSERT_GE(img.chunkTypes.size(), 3u);
+    EXPECT_EQ(img.chunkTypes.front(), "IHDR");
+    EXPECT_EQ(img.chunkTypes.back(), "IEND");
+    EXPECT_EQ(img.rgb, rgb);
+
+    auto corrupt = bytes;
+    corrupt[20] ^= 0x01;  // inside IHDR's data
+    EXPECT_EQ(pngtest::decode(corrupt).error, "bad crc");
+}
+
+TEST(PngTest, RejectsSizesThatDoNotMatchTheBuffer) {
+    std::vector<uint8_t> rgb(12);
+    EXPECT_TRUE(qxvc::png::encodeRGB8(rgb.data(), rgb.size(), 2, 3).empty());
+    EXPECT_TRUE(qxvc::png::encodeRGB8(rgb.data(), rgb.size(), 0, 4).empty());
+    EXPECT_TRUE(qxvc::png::encodeRGB8(nullptr, 0, 1, 1).empty());
+    // 2^31 rows of one pixel would overflow a naive size check.
+    EXPECT_TRUE(qxvc::png::encodeRGB8(rgb.data(), rgb.size(), 4, 0x80000000u).empty());
+    EXPECT_FALSE(qxvc::png::encodeRGB8(rgb.data(), rgb.size(), 2, 2).empty());
+}
+
+TEST(PngTest, ConvertsI420WithChromaSharedOverTwoByTwoBlocks) {
+    // 3x3 image: chroma is 2x2. Left chroma column neutral, right column red-ish.
+    const std::vector<uint8_t> y = {16, 235, 126, 16, 235, 126, 81, 81, 81};
+    const std::vector<uint8_t> u = {128, 90, 128, 90};
+    const std::vector<uint8_t> v = {128, 240, 128, 240};
+    const auto rgb = qxvc::png::rgbFromI420(y.data(), y.size(), 3, u.data(), u.size(), 2, v.data(),
+                                            v.size(), 2, 3, 3);
+    ASSERT_EQ(rgb.size(), 27u);
+    auto px = [&](int row, int col) {
+        const size_t at = static_cast<size_t>(row * 3 + col) * 3;
+        return std::vector<int>{rgb[at], rgb[at + 1], rgb[at + 2]};
+    };
+    EXPECT_EQ(px(0, 0), (std::vector<int>{0, 0, 0}));
+    EXPECT_EQ(px(0, 1), (std::vector<int>{255, 255, 255}));
+    const auto red = px(2, 2);  // Y=81, U=90, V=240 is BT.601 red
+    EXPECT_GE(red[0], 250);
+    EXPECT_LE(red[1], 5);
+    EXPECT_LE(red[2], 5);
+
+    // A chroma plane one byte short is refused, not overread.
+    EXPECT_TRUE(
+        qxvc::png::rgbFromI420(y.data(), y.size(), 3, u.data(), 3, 2, v.data(), v.size(), 2, 3, 3)
+            .empty());
+    EXPECT_TRUE(qxvc::png::rgbFromI420(y.data(), y.size(), 2, u.data(), u.size(), 2, v.data(),
+                                       v.size(), 2, 3, 3)
+                    .empty());
+}
+
+}  // namespace
