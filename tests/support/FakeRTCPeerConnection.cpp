@@ -1,0 +1,768 @@
+#include "support/FakeRTCPeerConnection.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "support/FakeRTCAudio.h"
+#include "support/FakeRTCVideo.h"
+
+namespace {
+
+QXDErrorPtr defaultError(const std::string& what) {
+    return QXDError::errorWithDomain(kRTCErrorDomain, -1,
+                                     QXDUserInfo{{NSLocalizedDescriptionKey, what + " failed."}});
+}
+
+const char* directionText(RTCRtpTransceiverDirection direction) {
+    switch (direction) {
+        case RTCRtpTransceiverDirectionSendRecv:
+            return "sendrecv";
+        case RTCRtpTransceiverDirectionSendOnly:
+            return "sendonly";
+        case RTCRtpTransceiverDirectionRecvOnly:
+            return "recvonly";
+        case RTCRtpTransceiverDirectionInactive:
+        case RTCRtpTransceiverDirectionStopped:
+            return "inactive";
+    }
+    return "inactive";
+}
+
+bool receives(RTCRtpTransceiverDirection direction) {
+    return direction == RTCRtpTransceiverDirectionSendRecv ||
+           direction == RTCRtpTransceiverDirectionRecvOnly;
+}
+
+}  // namespace
+
+// ---- Sender, transceiver -------------------------------------------------------
+
+FakeRTCRtpSender::FakeRTCRtpSender(std::shared_ptr<FakeRTCContext> context, std::string senderId,
+                                   RTCMediaStreamTrackPtr track, std::vector<std::string> streamIds)
+    : context_(std::move(context)),
+      senderId_(std::move(senderId)),
+      streamIds_(std::move(streamIds)),
+      track_(std::move(track)) {
+    parameters_.transactionId = senderId_ + "-tx";
+    parameters_.encodings.push_back(RTCRtpEncodingParameters{});
+}
+
+RTCMediaStreamTrackPtr FakeRTCRtpSender::track() const {
+    std::lock_guard lock(mutex_);
+    return track_;
+}
+
+void FakeRTCRtpSender::clearTrack() {
+    std::lock_guard lock(mutex_);
+    track_.reset();
+}
+
+RTCRtpParameters FakeRTCRtpSender::parameters() const {
+    std::lock_guard lock(mutex_);
+    return parameters_;
+}
+
+bool FakeRTCRtpSender::setParameters(const RTCRtpParameters& parameters) {
+    std::string bitrates;
+    for (const auto& encoding : parameters.encodings) {
+        bitrates += (bitrates.empty() ? "" : ",") +
+                    (encoding.maxBitrateBps ? std::to_string(*encoding.maxBitrateBps) : "nil");
+    }
+    context_->record(senderId_ + ".setParameters(maxBitrate=" + bitrates + ")");
+    std::lock_guard lock(mutex_);
+    calls_.push_back(parameters);
+    if (parameters.encodings.size() != parameters_.encodings.size()) {
+        return false;
+    }
+    for (const auto& encoding : parameters.encodings) {
+        if (encoding.maxBitrateBps && *encoding.maxBitrateBps <= 0) {
+            return false;
+        }
+    }
+    parameters_ = parameters;
+    return true;
+}
+
+std::vector<RTCRtpParameters> FakeRTCRtpSender::setParametersCalls() const {
+    std::lock_guard lock(mutex_);
+    return calls_;
+}
+
+FakeRTCRtpTransceiver::FakeRTCRtpTransceiver(RTCRtpMediaType mediaType,
+                                             std::shared_ptr<FakeRTCRtpSender> sender,
+                                             std::shared_ptr<FakeRTCRtpReceiver> receiver,
+                                             RTCRtpTransceiverDirection direction)
+    : mediaType_(mediaType),
+      sender_(std::move(sender)),
+      receiver_(std::move(receiver)),
+      direction_(direction) {}
+
+std::optional<std::string> FakeRTCRtpTransceiver::mid() const {
+    std::lock_guard lock(mutex_);
+    return mid_;
+}
+
+void FakeRTCRtpTransceiver::setMid(std::string mid) {
+    std::lock_guard lock(mutex_);
+    mid_ = std::move(mid);
+}
+
+RTCRtpTransceiverDirection FakeRTCRtpTransceiver::direction() const {
+    std::lock_guard lock(mutex_);
+    return direction_;
+}
+
+void FakeRTCRtpTransceiver::setDirection(RTCRtpTransceiverDirection direction) {
+    std::lock_guard lock(mutex_);
+    direction_ = direction;
+}
+
+std::optional<RTCRtpTransceiverDirection> FakeRTCRtpTransceiver::currentDirection() const {
+    std::lock_guard lock(mutex_);
+    return current_;
+}
+
+void FakeRTCRtpTransceiver::setCurrentDirection(RTCRtpTransceiverDirection direction) {
+    std::lock_guard lock(mutex_);
+    current_ = direction;
+}
+
+// ---- Peer connection -------------------------------------------------------------
+
+FakeRTCPeerConnection::FakeRTCPeerConnection(std::shared_ptr<FakeRTCContext> context,
+                                             std::string name, RTCConfigurationPtr configuration,
+                                             RTCMediaConstraintsPtr constraints,
+                                             std::weak_ptr<RTCPeerConnectionDelegate> delegate)
+    : context_(std::move(context)),
+      name_(std::move(name)),
+      configuration_(std::move(configuration)),
+      constraints_(std::move(constraints)),
+      delegate_(std::move(delegate)) {}
+
+std::string FakeRTCPeerConnection::describe(const RTCSessionDescriptionPtr& sdp) const {
+    return sdp ? RTCSessionDescription::stringForType(sdp->type()) : "nil";
+}
+
+std::shared_ptr<FakeRTCRtpTransceiver> FakeRTCPeerConnection::makeTransceiver(
+    RTCRtpMediaType type, RTCMediaStreamTrackPtr track, std::vector<std::string> streamIds,
+    RTCRtpTransceiverDirection direction) {
+    const std::string n = std::to_string(++idCounter_);
+    auto sender = std::make_shared<FakeRTCRtpSender>(context_, name_ + "-sender" + n,
+                                                     std::move(track), std::move(streamIds));
+    RTCMediaStreamTrackPtr remote;
+    if (type == RTCRtpMediaTypeVideo) {
+        remote =
+            std::make_shared<FakeRTCVideoTrack>(context_, name_ + "-remote-video" + n, nullptr);
+    } else {
+        remote =
+            std::make_shared<FakeRTCAudioTrack>(context_, name_ + "-remote-audio" + n, nullptr);
+    }
+    auto receiver = std::make_shared<FakeRTCRtpReceiver>(name_ + "-receiver" + n, remote);
+    auto transceiver = std::make_shared<FakeRTCRtpTransceiver>(type, sender, receiver, direction);
+    transceivers_.push_back(transceiver);
+    return transceiver;
+}
+
+void FakeRTCPeerConnection::applyReceiveConstraint(const RTCMediaConstraintsPtr& constraints,
+                                                   const char* key, RTCRtpMediaType type) {
+    const std::optional<bool> value = constraints ? constraints->boolForKey(key) : std::nullopt;
+    if (!value) {
+        return;
+    }
+    if (*value) {
+        const bool anyReceiving = std::any_of(
+            transceivers_.begin(), transceivers_.end(),
+            [&](const auto& t) { return t->mediaType() == type && receives(t->direction()); });
+        if (!anyReceiving) {
+            makeTransceiver(type, nullptr, {}, RTCRtpTransceiverDirectionRecvOnly);
+        }
+        return;
+    }
+    for (const auto& t : transceivers_) {
+        if (t->mediaType() != type) {
+            continue;
+        }
+        if (t->direction() == RTCRtpTransceiverDirectionSendRecv) {
+            t->setDirection(RTCRtpTransceiverDirectionSendOnly);
+        } else if (t->direction() == RTCRtpTransceiverDirectionRecvOnly) {
+            t->setDirection(RTCRtpTransceiverDirectionInactive);
+        }
+    }
+}
+
+void FakeRTCPeerConnection::offerForConstraints(
+    const RTCMediaConstraintsPtr& constraints,
+    RTCCreateSessionDescriptionCompletionHandler completion) {
+    context_->record(name_ + ".offerForConstraints()");
+    std::lock_guard lock(mutex_);
+    offerConstraints_.push_back(constraints);
+    applyReceiveConstraint(constraints, kRTCMediaConstraintsOfferToReceiveAudio,
+                           RTCRtpMediaTypeAudio);
+    applyReceiveConstraint(constraints, kRTCMediaConstraintsOfferToReceiveVideo,
+                           RTCRtpMediaTypeVideo);
+    pending_.push_back(Pending{Operation::CreateOffer, nullptr, std::move(completion), nullptr});
+}
+
+void FakeRTCPeerConnection::answerForConstraints(
+    const RTCMediaConstraintsPtr& constraints,
+    RTCCreateSessionDescriptionCompletionHandler completion) {
+    context_->record(name_ + ".answerForConstraints()");
+    std::lock_guard lock(mutex_);
+    answerConstraints_.push_back(constraints);
+    pending_.push_back(Pending{Operation::CreateAnswer, nullptr, std::move(completion), nullptr});
+}
+
+void FakeRTCPeerConnection::setLocalDescription(
+    const RTCSessionDescriptionPtr& sdp, RTCSetSessionDescriptionCompletionHandler completion) {
+    context_->record(name_ + ".setLocalDescription(" + describe(sdp) + ")");
+    std::lock_guard lock(mutex_);
+    localSet_.push_back(sdp);
+    pending_.push_back(
+        Pending{Operation::SetLocalDescription, sdp, nullptr, std::move(completion)});
+}
+
+void FakeRTCPeerConnection::setRemoteDescription(
+    const RTCSessionDescriptionPtr& sdp, RTCSetSessionDescriptionCompletionHandler completion) {
+    context_->record(name_ + ".setRemoteDescription(" + describe(sdp) + ")");
+    std::lock_guard lock(mutex_);
+    remoteSet_.push_back(sdp);
+    pending_.push_back(
+        Pending{Operation::SetRemoteDescription, sdp, nullptr, std::move(completion)});
+}
+
+void FakeRTCPeerConnection::addIceCandidate(const RTCIceCandidatePtr& candidate) {
+    context_->record(name_ + ".addIceCandidate(" +
+                     (candidate && candidate->sdp() ? *candidate->sdp() : "nil") + ")");
+    std::lock_guard lock(mutex_);
+    candidates_.push_back(candidate);
+}
+
+void FakeRTCPeerConnection::addIceCandidate(const RTCIceCandidatePtr& candidate,
+                                            std::function<void(QXDErrorPtr error)> completion) {
+    addIceCandidate(candidate);
+    if (completion) {
+        context_->dispatch([completion = std::move(completion)] { completion(nullptr); });
+    }
+}
+
+RTCRtpSenderPtr FakeRTCPeerConnection::addTrack(const RTCMediaStreamTrackPtr& track,
+                                                const std::vector<std::string>& streamIds) {
+    std::string ids;
+    for (const auto& id : streamIds) {
+        ids += (ids.empty() ? "" : ",") + id;
+    }
+    context_->record(name_ + ".addTrack(" +
+                     (track ? track->kind() + ":" + track->trackId() : "nil") + ",[" + ids + "])");
+    std::lock_guard lock(mutex_);
+    addedTracks_.push_back(AddedTrack{track, streamIds});
+    if (!track || closeCount_ > 0) {
+        return nullptr;
+    }
+    for (const auto& t : transceivers_) {
+        if (t->sender()->track() == track) {
+            return nullptr;
+        }
+    }
+    const RTCRtpMediaType type = track->kind() == kRTCMediaStreamTrackKindVideo
+                                     ? RTCRtpMediaTypeVideo
+                                     : RTCRtpMediaTypeAudio;
+    return makeTransceiver(type, track, streamIds, RTCRtpTransceiverDirectionSendRecv)->sender();
+}
+
+bool FakeRTCPeerConnection::removeTrack(const RTCRtpSenderPtr& sender) {
+    context_->record(name_ + ".removeTrack(" + (sender ? sender->senderId() : "nil") + ")");
+    std::lock_guard lock(mutex_);
+    removedSenders_.push_back(sender);
+    for (const auto& t : transceivers_) {
+        if (sender && t->sender() == sender) {
+            if (!sender->track()) {
+                return false;
+            }
+            t->fakeSender()->clearTrack();
+            if (t->direction() == RTCRtpTransceiverDirectionSendRecv) {
+                t->setDirection(RTCRtpTransceiverDirectionRecvOnly);
+            } else if (t->direction() == RTCRtpTransceiverDirectionSendOnly) {
+                t->setDirection(RTCRtpTransceiverDirectionInactive);
+            }
+            return true;
+        }
+    }
+    return false;
+}
+
+RTCRtpTransceiverPtr FakeRTCPeerConnection::addTransceiverOfType(RTCRtpMediaType mediaType) {
+    context_->record(name_ + ".addTransceiverOfType(" + std::to_string(mediaType) + ")");
+    std::lock_guard lock(mutex_);
+    if (closeCount_ > 0) {
+        return nullptr;
+    }
+    return makeTransceiver(mediaType, nullptr, {}, RTCRtpTransceiverDirectionSendRecv);
+}
+
+std::vector<RTCRtpSenderPtr> FakeRTCPeerConnection::senders() const {
+    std::lock_guard lock(mutex_);
+    std::vector<RTCRtpSenderPtr> out;
+    for (const auto& t : transceivers_) {
+        out.push_back(t->sender());
+    }
+    return out;
+}
+
+std::vector<RTCRtpReceiverPtr> FakeRTCPeerConnection::receivers() const {
+    std::lock_guard lock(mutex_);
+    std::vector<RTCRtpReceiverPtr> out;
+    for (const auto& t : transceivers_) {
+        out.push_back(t->receiver());
+    }
+    return out;
+}
+
+std::vector<RTCRtpTransceiverPtr> FakeRTCPeerConnection::transceivers() const {
+    std::lock_guard lock(mutex_);
+    return {transceivers_.begin(), transceivers_.end()};
+}
+
+void FakeRTCPeerConnection::close() {
+    context_->record(name_ + ".close()");
+    std::lock_guard lock(mutex_);
+    ++closeCount_;
+    signalingState_ = RTCSignalingStateClosed;
+    iceState_ = RTCIceConnectionStateClosed;
+    connectionState_ = RTCPeerConnectionStateClosed;
+}
+
+RTCSignalingState FakeRTCPeerConnection::signalingState() const {
+    std::lock_guard lock(mutex_);
+    return signalingState_;
+}
+
+RTCIceConnectionState FakeRTCPeerConnection::iceConnectionState() const {
+    std::lock_guard lock(mutex_);
+    return iceState_;
+}
+
+RTCIceGatheringState FakeRTCPeerConnection::iceGatheringState() const {
+    std::lock_guard lock(mutex_);
+    return gatheringState_;
+}
+
+RTCPeerConnectionState FakeRTCPeerConnection::connectionState() const {
+    std::lock_guard lock(mutex_);
+    return connectionState_;
+}
+
+RTCSessionDescriptionPtr FakeRTCPeerConnection::localDescription() const {
+    std::lock_guard lock(mutex_);
+    return localDescription_;
+}
+
+RTCSessionDescriptionPtr FakeRTCPeerConnection::remoteDescription() const {
+    std::lock_guard lock(mutex_);
+    return remoteDescription_;
+}
+
+// ---- Records -----------------------------------------------------------------------
+
+std::vector<RTCMediaConstraintsPtr> FakeRTCPeerConnection::offerConstraints() const {
+    std::lock_guard lock(mutex_);
+    return offerConstraints_;
+}
+
+std::vector<RTCMediaConstraintsPtr> FakeRTCPeerConnection::answerConstraints() const {
+    std::lock_guard lock(mutex_);
+    return answerConstraints_;
+}
+
+std::vector<RTCSessionDescriptionPtr> FakeRTCPeerConnection::localDescriptionsSet() const {
+    std::lock_guard lock(mutex_);
+    return localSet_;
+}
+
+std::vector<RTCSessionDescriptionPtr> FakeRTCPeerConnection::remoteDescriptionsSet() const {
+    std::lock_guard lock(mutex_);
+    return remoteSet_;
+}
+
+std::vector<RTCIceCandidatePtr> FakeRTCPeerConnection::addedCandidates() const {
+    std::lock_guard lock(mutex_);
+    return candidates_;
+}
+
+std::vector<FakeRTCPeerConnection::AddedTrack> FakeRTCPeerConnection::addedTracks() const {
+    std::lock_guard lock(mutex_);
+    return addedTracks_;
+}
+
+std::vector<RTCRtpSenderPtr> FakeRTCPeerConnection::removedSenders() const {
+    std::lock_guard lock(mutex_);
+    return removedSenders_;
+}
+
+size_t FakeRTCPeerConnection::closeCount() const {
+    std::lock_guard lock(mutex_);
+    return closeCount_;
+}
+
+bool FakeRTCPeerConnection::isClosed() const {
+    return closeCount() > 0;
+}
+
+std::shared_ptr<FakeRTCVideoTrack> FakeRTCPeerConnection::remoteVideoTrack() const {
+    std::lock_guard lock(mutex_);
+    for (const auto& t : transceivers_) {
+        if (t->mediaType() == RTCRtpMediaTypeVideo) {
+            return std::dynamic_pointer_cast<FakeRTCVideoTrack>(t->receiver()->track());
+        }
+    }
+    return nullptr;
+}
+
+// ---- Completing operations ------------------------------------------------------------
+
+std::vector<FakeRTCPeerConnection::Operation> FakeRTCPeerConnection::pendingOperations() const {
+    std::lock_guard lock(mutex_);
+    std::vector<Operation> out;
+    for (const auto& p : pending_) {
+        out.push_back(p.operation);
+    }
+    return out;
+}
+
+std::optional<FakeRTCPeerConnection::Pending> FakeRTCPeerConnection::takePending(
+    Operation operation) {
+    std::lock_guard lock(mutex_);
+    for (auto it = pending_.begin(); it != pending_.end(); ++it) {
+        if (it->operation == operation) {
+            Pending p = std::move(*it);
+            pending_.erase(it);
+            return p;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string FakeRTCPeerConnection::makeSdp(RTCSdpType type) const {
+    std::lock_guard lock(mutex_);
+    std::ostringstream sdp;
+    sdp << "v=0\r\no=- " << std::hash<std::string>{}(name_) % 1000000007
+        << " 2 IN IP4 127.0.0.1\r\ns=-\r\nt=0 0\r\na=group:BUNDLE";
+    for (size_t i = 0; i < transceivers_.size(); ++i) {
+        sdp << ' ' << transceivers_[i]->mid().value_or(std::to_string(i));
+    }
+    sdp << "\r\na=msid-semantic: WMS ARDAMS\r\n";
+    for (size_t i = 0; i < transceivers_.size(); ++i) {
+        const auto& t = transceivers_[i];
+        const bool video = t->mediaType() == RTCRtpMediaTypeVideo;
+        sdp << "m=" << (video ? "video" : "audio") << " 9 UDP/TLS/RTP/SAVPF "
+            << (video ? "96" : "111") << "\r\nc=IN IP4 0.0.0.0\r\n"
+            << "a=ice-ufrag:fake\r\na=ice-pwd:fakefakefakefakefakefake\r\n"
+            << "a=fingerprint:sha-256 "
+               "00:11:22:33:44:55:66:77:88:99:AA:BB:CC:DD:EE:FF:"
+               "00:11:22:33:44:55:66:77:88:99:AA:BB:CC:DD:EE:FF\r\n"
+            << "a=setup:" << (type == RTCSdpTypeOffer ? "actpass" : "active") << "\r\n"
+            << "a=mid:" << t->mid().value_or(std::to_string(i)) << "\r\n"
+            << "a=" << directionText(t->direction()) << "\r\na=rtcp-mux\r\n"
+            << (video ? "a=rtpmap:96 VP8/90000\r\n" : "a=rtpmap:111 opus/48000/2\r\n");
+    }
+    return sdp.str();
+}
+
+bool FakeRTCPeerConnection::completeCreateOffer(std::optional<std::string> sdp) {
+    auto p = takePending(Operation::CreateOffer);
+    if (!p) {
+        return false;
+    }
+    auto description = std::make_shared<const RTCSessionDescription>(
+        RTCSdpTypeOffer, sdp ? *sdp : makeSdp(RTCSdpTypeOffer));
+    if (p->createCompletion) {
+        context_->dispatch(
+            [c = std::move(p->createCompletion), description] { c(description, nullptr); });
+    }
+    return true;
+}
+
+bool FakeRTCPeerConnection::completeCreateAnswer(std::optional<std::string> sdp) {
+    auto p = takePending(Operation::CreateAnswer);
+    if (!p) {
+        return false;
+    }
+    auto description = std::make_shared<const RTCSessionDescription>(
+        RTCSdpTypeAnswer, sdp ? *sdp : makeSdp(RTCSdpTypeAnswer));
+    if (p->createCompletion) {
+        context_->dispatch(
+            [c = std::move(p->createCompletion), description] { c(description, nullptr); });
+    }
+    return true;
+}
+
+void FakeRTCPeerConnection::applyDescription(const RTCSessionDescriptionPtr& description,
+                                             bool local) {
+    RTCSignalingState state;
+    {
+        std::lock_guard lock(mutex_);
+        const RTCSdpType type = description ? description->type() : RTCSdpTypeOffer;
+        if (local) {
+            localDescription_ = description;
+        } else {
+            remoteDescription_ = description;
+            // Media lines of a remote description are matched to transceivers of
+            // the same kind in order; a line without one gets a receive-only
+            // transceiver, as under Unified Plan.
+            std::vector<bool> used(transceivers_.size(), false);
+            std::istringstream lines(description ? description->sdp() : "");
+            std::string line;
+            std::shared_ptr<FakeRTCRtpTransceiver> section;
+            while (std::getline(lines, line)) {
+                if (!line.empty() && line.back() == '\r') {
+                    line.pop_back();
+                }
+                if (line.rfind("m=", 0) == 0) {
+                    const RTCRtpMediaType kind =
+                        line.rfind("m=video", 0) == 0 ? RTCRtpMediaTypeVideo : RTCRtpMediaTypeAudio;
+                    section = nullptr;
+                    for (size_t i = 0; i < transceivers_.size(); ++i) {
+                        if (!used[i] && transceivers_[i]->mediaType() == kind) {
+                            used[i] = true;
+                            section = transceivers_[i];
+                            break;
+                        }
+                    }
+                    if (!section) {
+                        section =
+                            makeTransceiver(kind, nullptr, {}, RTCRtpTransceiverDirectionRecvOnly);
+                        used.push_back(true);
+                    }
+                } else if (section && line.rfind("a=mid:", 0) == 0) {
+                    section->setMid(line.substr(6));
+                }
+            }
+        }
+        for (size_t i = 0; i < transceivers_.size(); ++i) {
+            if (!transceivers_[i]->mid()) {
+                transceivers_[i]->setMid(std::to_string(i));
+            }
+            if (type == RTCSdpTypeAnswer) {
+                transceivers_[i]->setCurrentDirection(transceivers_[i]->direction());
+            }
+        }
+        switch (type) {
+            case RTCSdpTypeOffer:
+                signalingState_ =
+                    local ? RTCSignalingStateHaveLocalOffer : RTCSignalingStateHaveRemoteOffer;
+                break;
+            case RTCSdpTypePrAnswer:
+                signalingState_ = local ? RTCSignalingStateHaveLocalPrAnswer
+                                        : RTCSignalingStateHaveRemotePrAnswer;
+                break;
+            case RTCSdpTypeAnswer:
+            case RTCSdpTypeRollback:
+                signalingState_ = RTCSignalingStateStable;
+                break;
+        }
+        state = signalingState_;
+    }
+    notify([state](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
+        d.peerConnectionDidChangeSignalingState(pc, state);
+    });
+}
+
+bool FakeRTCPeerConnection::completeSetLocalDescription() {
+    auto p = takePending(Operation::SetLocalDescription);
+    if (!p) {
+        return false;
+    }
+    applyDescription(p->description, true);
+    if (p->setCompletion) {
+        context_->dispatch([c = std::move(p->setCompletion)] { c(nullptr); });
+    }
+    return true;
+}
+
+bool FakeRTCPeerConnection::completeSetRemoteDescription() {
+    auto p = takePending(Operation::SetRemoteDescription);
+    if (!p) {
+        return false;
+    }
+    applyDescription(p->description, false);
+    if (p->setCompletion) {
+        context_->dispatch([c = std::move(p->setCompletion)] { c(nullptr); });
+    }
+    return true;
+}
+
+bool FakeRTCPeerConnection::failOperation(Operation operation, QXDErrorPtr error) {
+    auto p = takePending(operation);
+    if (!p) {
+        return false;
+    }
+    static const char* const kNames[] = {"createOffer", "createAnswer", "setLocalDescription",
+                                         "setRemoteDescription"};
+    if (!error) {
+        error = defaultError(kNames[static_cast<int>(operation)]);
+    }
+    context_->record(name_ + ".fail(" + kNames[static_cast<int>(operation)] + ")");
+    if (p->createCompletion) {
+        context_->dispatch([c = std::move(p->createCompletion), error] { c(nullptr, error); });
+    } else if (p->setCompletion) {
+        context_->dispatch([c = std::move(p->setCompletion), error] { c(error); });
+    }
+    return true;
+}
+
+size_t FakeRTCPeerConnection::completeAll() {
+    size_t done = 0;
+    while (done < 100) {
+        std::optional<Operation> next;
+        {
+            std::lock_guard lock(mutex_);
+            if (!pending_.empty()) {
+                next = pending_.front().operation;
+            }
+        }
+        if (!next) {
+            break;
+        }
+        switch (*next) {
+            case Operation::CreateOffer:
+                completeCreateOffer();
+                break;
+            case Operation::CreateAnswer:
+                completeCreateAnswer();
+                break;
+            case Operation::SetLocalDescription:
+                completeSetLocalDescription();
+                break;
+            case Operation::SetRemoteDescription:
+                completeSetRemoteDescription();
+                break;
+        }
+        ++done;
+    }
+    return done;
+}
+
+// ---- Engine events ---------------------------------------------------------------
+
+void FakeRTCPeerConnection::notify(
+    std::function<void(RTCPeerConnectionDelegate&, const RTCPeerConnectionPtr&)> call) {
+    if (isClosed()) {
+        return;
+    }
+    std::weak_ptr<FakeRTCPeerConnection> weakSelf = weak_from_this();
+    context_->dispatch([weakSelf, delegate = delegate_, call = std::move(call)] {
+        auto self = weakSelf.lock();
+        auto d = delegate.lock();
+        if (self && d) {
+            call(*d, self);
+        }
+    });
+}
+
+void FakeRTCPeerConnection::emitIceCandidate(const RTCIceCandidatePtr& candidate) {
+    context_->record(name_ + ".event(candidate=" +
+                     (candidate && candidate->sdp() ? *candidate->sdp() : "nil") + ")");
+    notify([candidate](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
+        d.peerConnectionDidGenerateIceCandidate(pc, candidate);
+    });
+}
+
+void FakeRTCPeerConnection::emitIceCandidate(const std::string& line) {
+    emitIceCandidate(std::make_shared<const RTCIceCandidate>(line, 0, "0"));
+}
+
+void FakeRTCPeerConnection::emitIceConnectionState(RTCIceConnectionState state) {
+    if (isClosed()) {
+        return;
+    }
+    context_->record(name_ + ".event(iceConnectionState=" + std::to_string(state) + ")");
+    {
+        std::lock_guard lock(mutex_);
+        iceState_ = state;
+    }
+    notify([state](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
+        d.peerConnectionDidChangeIceConnectionState(pc, state);
+    });
+}
+
+void FakeRTCPeerConnection::emitConnectionState(RTCPeerConnectionState state) {
+    if (isClosed()) {
+        return;
+    }
+    context_->record(name_ + ".event(connectionState=" + std::to_string(state) + ")");
+    {
+        std::lock_guard lock(mutex_);
+        connectionState_ = state;
+    }
+    notify([state](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
+        d.peerConnectionDidChangeConnectionState(pc, state);
+    });
+}
+
+void FakeRTCPeerConnection::emitIceGatheringState(RTCIceGatheringState state) {
+    if (isClosed()) {
+        return;
+    }
+    context_->record(name_ + ".event(iceGatheringState=" + std::to_string(state) + ")");
+    {
+        std::lock_guard lock(mutex_);
+        gatheringState_ = state;
+    }
+    notify([state](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
+        d.peerConnectionDidChangeIceGatheringState(pc, state);
+    });
+}
+
+void FakeRTCPeerConnection::emitSignalingState(RTCSignalingState state) {
+    if (isClosed()) {
+        return;
+    }
+    context_->record(name_ + ".event(signalingState=" + std::to_string(state) + ")");
+    {
+        std::lock_guard lock(mutex_);
+        signalingState_ = state;
+    }
+    notify([state](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
+        d.peerConnectionDidChangeSignalingState(pc, state);
+    });
+}
+
+void FakeRTCPeerConnection::emitStartReceiving(RTCRtpMediaType mediaType) {
+    RTCRtpTransceiverPtr transceiver;
+    {
+        std::lock_guard lock(mutex_);
+        for (const auto& t : transceivers_) {
+            if (t->mediaType() == mediaType) {
+                transceiver = t;
+                break;
+            }
+        }
+    }
+    if (!transceiver) {
+        return;
+    }
+    notify([transceiver](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
+        d.peerConnectionDidStartReceivingOnTransceiver(pc, transceiver);
+    });
+}
+
+void FakeRTCPeerConnection::emitConnected() {
+    emitIceConnectionState(RTCIceConnectionStateChecking);
+    emitConnectionState(RTCPeerConnectionStateConnecting);
+    emitIceConnectionState(RTCIceConnectionStateConnected);
+    emitConnectionState(RTCPeerConnectionStateConnected);
+}
+
+std::string FakeRTCPeerConnection::hostCandidateLine(int port) {
+    return "candidate:1 1 udp 2122260223 192.168.1.20 " + std::to_string(port) +
+           " typ host generation 0 ufrag fake network-id 1";
+}
+
+std::string FakeRTCPeerConnection::srflxCandidateLine(int port) {
+    return "candidate:2 1 udp 1686052607 203.0.113.7 " + std::to_string(port) +
+           " typ srflx raddr 192.168.1.20 rport 54321 generation 0 ufrag fake";
+}
+
+std::string FakeRTCPeerConnection::relayCandidateLine(int port) {
+    return "candidate:3 1 udp 41885439 127.0.0.1 " + std::to_string(port) +
+           " typ relay raddr 0.0.0.0 rport 0 generation 0 ufrag fake";
+}

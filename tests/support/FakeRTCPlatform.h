@@ -1,0 +1,145 @@
+// The scriptable fake RTC engine for unit tests.
+//
+//   auto rtc = FakeRTCPlatform::install();   // RTCPlatform::current() is now rtc
+//   ... code under test makes factories, peer connections, tracks, capturers ...
+//   auto pc = rtc->lastPeerConnection();
+//   pc->completeCreateOffer(); pc->emitIceCandidate(FakeRTCPeerConnection::relayCandidateLine());
+//   pc->emitConnected();
+//   EXPECT_TRUE(rtc->context()->contains("pc1.close()"));
+//   FakeRTCPlatform::uninstall();
+//
+// Everything made through the platform is recorded: factories (with their
+// encoder and decoder factories), peer connections (configuration, constraints,
+// delegate), sources and tracks, capturers, certificates, the audio session and
+// the proximity flag. Thread-safe.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "VelmorinVideoChat/Platform/RTC/RTCPlatform.h"
+#include "support/FakeRTCAudio.h"
+#include "support/FakeRTCCapture.h"
+#include "support/FakeRTCContext.h"
+#include "support/FakeRTCPeerConnection.h"
+#include "support/FakeRTCVideo.h"
+
+class FakeRTCPeerConnectionFactory : public RTCPeerConnectionFactory {
+  public:
+    FakeRTCPeerConnectionFactory(std::shared_ptr<FakeRTCContext> context, std::string name,
+                                 RTCDefaultVideoEncoderFactoryPtr encoderFactory,
+                                 RTCDefaultVideoDecoderFactoryPtr decoderFactory,
+                                 std::shared_ptr<FakeRTCAudioSession> audioSession);
+
+    /// Recorded as "<factory>.peerConnection(<pc name>)". nullptr for a nil
+    /// configuration, an ICE server URL that is not turn:, turns:, stun: or
+    /// stuns:, or while setFailsPeerConnections(true).
+    RTCPeerConnectionPtr peerConnectionWithConfiguration(
+        const RTCConfigurationPtr& configuration, const RTCMediaConstraintsPtr& constraints,
+        const std::shared_ptr<RTCPeerConnectionDelegate>& delegate) override;
+    RTCAudioSourcePtr audioSourceWithConstraints(
+        const RTCMediaConstraintsPtr& constraints) override;
+    RTCAudioTrackPtr audioTrackWithSource(const RTCAudioSourcePtr& source,
+                                          const std::string& trackId) override;
+    RTCVideoSourcePtr videoSource() override;
+    RTCVideoTrackPtr videoTrackWithSource(const RTCVideoSourcePtr& source,
+                                          const std::string& trackId) override;
+
+    const std::string& name() const { return name_; }
+    RTCDefaultVideoEncoderFactoryPtr encoderFactory() const { return encoderFactory_; }
+    RTCDefaultVideoDecoderFactoryPtr decoderFactory() const { return decoderFactory_; }
+    void setFailsPeerConnections(bool fails);
+
+    std::vector<std::shared_ptr<FakeRTCPeerConnection>> peerConnections() const;
+    std::vector<std::shared_ptr<FakeRTCAudioSource>> audioSources() const;
+    std::vector<std::shared_ptr<FakeRTCAudioTrack>> audioTracks() const;
+    std::vector<std::shared_ptr<FakeRTCVideoSource>> videoSources() const;
+    std::vector<std::shared_ptr<FakeRTCVideoTrack>> videoTracks() const;
+
+  private:
+    std::shared_ptr<FakeRTCContext> context_;
+    std::string name_;
+    RTCDefaultVideoEncoderFactoryPtr encoderFactory_;
+    RTCDefaultVideoDecoderFactoryPtr decoderFactory_;
+    std::shared_ptr<FakeRTCAudioSession> audioSession_;
+    mutable std::mutex mutex_;
+    bool failsPeerConnections_ = false;
+    std::vector<std::shared_ptr<FakeRTCPeerConnection>> peerConnections_;
+    std::vector<std::shared_ptr<FakeRTCAudioSource>> audioSources_;
+    std::vector<std::shared_ptr<FakeRTCAudioTrack>> audioTracks_;
+    std::vector<std::shared_ptr<FakeRTCVideoSource>> videoSources_;
+    std::vector<std::shared_ptr<FakeRTCVideoTrack>> videoTracks_;
+};
+
+class FakeRTCPlatform : public RTCPlatform {
+  public:
+    /// A new fake engine, installed as RTCPlatform::current().
+    static std::shared_ptr<FakeRTCPlatform> install();
+    /// Uninstalls whatever engine is installed.
+    static void uninstall();
+
+    FakeRTCPlatform();
+
+    // ---- RTCPlatform ---------------------------------------------------------
+
+    /// Recorded as "platform.peerConnectionFactory(<factory name>)".
+    RTCPeerConnectionFactoryPtr peerConnectionFactory(
+        const RTCDefaultVideoEncoderFactoryPtr& encoderFactory,
+        const RTCDefaultVideoDecoderFactoryPtr& decoderFactory) override;
+    std::vector<RTCVideoCodecInfoPtr> supportedVideoEncoderCodecs() override;
+    std::vector<RTCVideoCodecInfoPtr> supportedVideoDecoderCodecs() override;
+    /// Recorded as "platform.cameraVideoCapturer(<capturer name>)".
+    RTCCameraVideoCapturerPtr cameraVideoCapturer(
+        const std::shared_ptr<RTCVideoCapturerDelegate>& delegate) override;
+    std::vector<RTCCaptureDevicePtr> captureDevices() override;
+    RTCAudioSessionPtr audioSession() override { return audioSession_; }
+    /// A new certificate with distinct fake PEM text, or nullptr while
+    /// setFailsCertificates(true). Recorded as "platform.generateCertificate(...)".
+    RTCCertificatePtr generateCertificate(RTCKeyType keyType, int64_t expiresMs) override;
+    bool isProximityMonitoringEnabled() const override;
+    /// Recorded as "device.setProximityMonitoringEnabled(<0|1>)".
+    void setProximityMonitoringEnabled(bool enabled) override;
+
+    // ---- Script and records --------------------------------------------------
+
+    std::shared_ptr<FakeRTCContext> context() const { return context_; }
+    std::shared_ptr<FakeRTCAudioSession> fakeAudioSession() const { return audioSession_; }
+
+    /// Defaults: encoders VP8, VP9, H264; decoders the same.
+    void setEncoderCodecs(std::vector<RTCVideoCodecInfoPtr> codecs);
+    void setDecoderCodecs(std::vector<RTCVideoCodecInfoPtr> codecs);
+    /// Defaults: FakeRTCDefaultCaptureDevices() (front, then back).
+    void setCaptureDevices(std::vector<RTCCaptureDevicePtr> devices);
+    void setFailsCertificates(bool fails);
+
+    std::vector<std::shared_ptr<FakeRTCPeerConnectionFactory>> factories() const;
+    std::shared_ptr<FakeRTCPeerConnectionFactory> lastFactory() const;
+    std::vector<std::shared_ptr<FakeRTCCameraVideoCapturer>> capturers() const;
+    std::shared_ptr<FakeRTCCameraVideoCapturer> lastCapturer() const;
+    /// Peer connections of every factory, in creation order.
+    std::vector<std::shared_ptr<FakeRTCPeerConnection>> peerConnections() const;
+    std::shared_ptr<FakeRTCPeerConnection> lastPeerConnection() const;
+    struct CertificateRequest {
+        RTCKeyType keyType;
+        int64_t expiresMs;
+        RTCCertificatePtr certificate;
+    };
+    std::vector<CertificateRequest> certificateRequests() const;
+    /// Every value passed to setProximityMonitoringEnabled, in order.
+    std::vector<bool> proximityHistory() const;
+
+  private:
+    std::shared_ptr<FakeRTCContext> context_;
+    std::shared_ptr<FakeRTCAudioSession> audioSession_;
+    mutable std::mutex mutex_;
+    std::vector<RTCVideoCodecInfoPtr> encoderCodecs_;
+    std::vector<RTCVideoCodecInfoPtr> decoderCodecs_;
+    std::vector<RTCCaptureDevicePtr> devices_;
+    bool failsCertificates_ = false;
+    bool proximity_ = false;
+    std::vector<bool> proximityHistory_;
+    std::vector<std::shared_ptr<FakeRTCPeerConnectionFactory>> factories_;
+    std::vector<std::shared_ptr<FakeRTCCameraVideoCapturer>> capturers_;
+    std::vector<CertificateRequest> certificates_;
+};
