@@ -1,0 +1,170 @@
+#include "RTCGstCertificates.h"
+
+#include <openssl/bio.h>
+#include <openssl/bn.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/rand.h>
+#include <openssl/x509.h>
+
+#include <algorithm>
+#include <vector>
+
+struct RTCGstCertificates::Key {
+    EVP_PKEY* pkey = nullptr;
+    ~Key() { EVP_PKEY_free(pkey); }
+};
+
+namespace {
+
+std::string bioToString(BIO* bio) {
+    char* data = nullptr;
+    long size = BIO_get_mem_data(bio, &data);
+    return size > 0 ? std::string(data, static_cast<size_t>(size)) : std::string();
+}
+
+const EVP_MD* digestFor(const std::string& algorithm) {
+    if (algorithm == "sha-256")
+        return EVP_sha256();
+    if (algorithm == "sha-1")
+        return EVP_sha1();
+    if (algorithm == "sha-384")
+        return EVP_sha384();
+    if (algorithm == "sha-512")
+        return EVP_sha512();
+    return nullptr;
+}
+
+}  // namespace
+
+RTCGstCertificates::RTCGstCertificates(size_t readyKeys) : readyKeys_(readyKeys) {
+    if (readyKeys_ > 0) {
+        thread_ = std::thread([this] { run(); });
+    }
+}
+
+RTCGstCertificates::~RTCGstCertificates() {
+    {
+        std::lock_guard lock(mutex_);
+        stop_ = true;
+    }
+    cv_.notify_all();
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void RTCGstCertificates::run() {
+    std::unique_lock lock(mutex_);
+    while (!stop_) {
+        if (pool_.size() >= readyKeys_) {
+            cv_.wait(lock);
+            continue;
+        }
+        lock.unlock();
+        auto key = makeKey(RTCKeyTypeRSA);
+        lock.lock();
+        if (key) {
+            pool_.push_back(std::move(key));
+            cv_.notify_all();
+        }
+    }
+}
+
+size_t RTCGstCertificates::readyCount() const {
+    std::lock_guard lock(mutex_);
+    return pool_.size();
+}
+
+std::shared_ptr<RTCGstCertificates::Key> RTCGstCertificates::makeKey(RTCKeyType keyType) {
+    auto key = std::make_shared<Key>();
+    if (keyType == RTCKeyTypeECDSA) {
+        key->pkey = EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256");
+    } else {
+        key->pkey = EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", size_t{2048});
+    }
+    return key->pkey ? key : nullptr;
+}
+
+RTCCertificatePtr RTCGstCertificates::generate(RTCKeyType keyType, int64_t expiresMs) {
+    std::shared_ptr<Key> key;
+    if (keyType == RTCKeyTypeRSA) {
+        std::lock_guard lock(mutex_);
+        if (!pool_.empty()) {
+            key = std::move(pool_.front());
+            pool_.pop_front();
+        }
+    }
+    cv_.notify_all();
+    if (!key) {
+        key = makeKey(keyType);
+    }
+    return key ? certify(*key, expiresMs) : nullptr;
+}
+
+RTCCertificatePtr RTCGstCertificates::certify(const Key& key, int64_t expiresMs) {
+    X509* x509 = X509_new();
+    if (!x509) {
+        return nullptr;
+    }
+    X509_set_version(x509, 2);
+    unsigned char serial[8];
+    RAND_bytes(serial, sizeof serial);
+    serial[0] &= 0x7f;
+    BIGNUM* bn = BN_bin2bn(serial, sizeof serial, nullptr);
+    BN_to_ASN1_INTEGER(bn, X509_get_serialNumber(x509));
+    BN_free(bn);
+    // Valid from a day ago (clock skew between peers) for the lifetime asked for.
+    X509_gmtime_adj(X509_getm_notBefore(x509), -24L * 3600);
+    long seconds = static_cast<long>(std::min<int64_t>(expiresMs / 1000, 10LL * 365 * 24 * 3600));
+    X509_gmtime_adj(X509_getm_notAfter(x509), std::max(seconds, 1L));
+    X509_NAME* name = X509_get_subject_name(x509);
+    X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC,
+                               reinterpret_cast<const unsigned char*>("WebRTC"), -1, -1, 0);
+    X509_set_issuer_name(x509, name);
+    X509_set_pubkey(x509, key.pkey);
+    RTCCertificatePtr result;
+    if (X509_sign(x509, key.pkey, EVP_sha256()) > 0) {
+        BIO* certBio = BIO_new(BIO_s_mem());
+        BIO* keyBio = BIO_new(BIO_s_mem());
+        if (PEM_write_bio_X509(certBio, x509) &&
+            PEM_write_bio_PrivateKey(keyBio, key.pkey, nullptr, nullptr, 0, nullptr, nullptr)) {
+            result = std::make_shared<RTCCertificate>(bioToString(keyBio), bioToString(certBio),
+                                                      expiresMs);
+        }
+        BIO_free(certBio);
+        BIO_free(keyBio);
+    }
+    X509_free(x509);
+    return result;
+}
+
+std::optional<std::string> RTCGstCertificates::fingerprintOfPem(const std::string& pem,
+                                                                const std::string& algorithm) {
+    const EVP_MD* md = digestFor(algorithm);
+    if (!md || pem.empty()) {
+        return std::nullopt;
+    }
+    BIO* bio = BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size()));
+    X509* x509 = PEM_read_bio_X509(bio, nullptr, nullptr, nullptr);
+    BIO_free(bio);
+    if (!x509) {
+        return std::nullopt;
+    }
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    bool ok = X509_digest(x509, md, digest, &length) == 1;
+    X509_free(x509);
+    if (!ok) {
+        return std::nullopt;
+    }
+    static const char* hex = "0123456789ABCDEF";
+    std::string out;
+    for (unsigned int i = 0; i < length; ++i) {
+        if (i)
+            out += ':';
+        out += hex[digest[i] >> 4];
+        out += hex[digest[i] & 15];
+    }
+    return out;
+}

@@ -1,0 +1,50 @@
+// DTLS certificates for peer connections, made with OpenSSL ahead of need.
+//
+// RSA-2048 key generation takes hundreds of milliseconds, so a background
+// thread keeps a few fresh keys ready; each certificate request takes one key
+// and signs a new self-signed certificate for it with the lifetime asked for.
+// A key is handed out once and never again.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "VelmorinVideoChat/Platform/RTC/RTCCertificate.h"
+
+class RTCGstCertificates {
+  public:
+    /// Keeps `readyKeys` RSA keys ready (0 disables the background thread).
+    explicit RTCGstCertificates(size_t readyKeys = 2);
+    ~RTCGstCertificates();
+    RTCGstCertificates(const RTCGstCertificates&) = delete;
+    RTCGstCertificates& operator=(const RTCGstCertificates&) = delete;
+
+    /// A new certificate; nullptr if OpenSSL fails.
+    RTCCertificatePtr generate(RTCKeyType keyType, int64_t expiresMs);
+    /// Keys waiting in the pool.
+    size_t readyCount() const;
+
+    /// SHA-256 of the DER certificate in `pem`, as "AB:CD:..."; nullopt if `pem`
+    /// holds no certificate. `algorithm` may also be "sha-1", "sha-384", "sha-512".
+    static std::optional<std::string> fingerprintOfPem(const std::string& pem,
+                                                       const std::string& algorithm = "sha-256");
+
+  private:
+    struct Key;
+    void run();
+    static std::shared_ptr<Key> makeKey(RTCKeyType keyType);
+    static RTCCertificatePtr certify(const Key& key, int64_t expiresMs);
+
+    const size_t readyKeys_;
+    mutable std::mutex mutex_;
+    std::condition_variable cv_;
+    std::deque<std::shared_ptr<Key>> pool_;
+    bool stop_ = false;
+    std::thread thread_;
+};

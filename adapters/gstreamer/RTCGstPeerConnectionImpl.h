@@ -1,0 +1,139 @@
+// Internals of RTCGstPeerConnection shared by its two source files.
+#pragma once
+
+#include <gst/gst.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "RTCGstPeerConnection.h"
+#include "RTCGstSdpUtils.h"
+
+/// Counters updated from streaming threads.
+struct RTCGstCounters {
+    std::atomic<int64_t> lastPacketNs{0};
+    std::atomic<uint64_t> packets{0};
+    std::atomic<uint64_t> audioBuffers{0};
+    std::atomic<uint64_t> videoFrames{0};
+    std::atomic<uint64_t> videoSent{0};
+    std::atomic<uint64_t> dropped{0};
+};
+
+/// What GStreamer callbacks hold: the connection, weakly. Freed after the
+/// pipeline has stopped.
+struct RTCGstRef {
+    std::weak_ptr<RTCGstPeerConnection> pc;
+};
+
+/// A reference to an appsrc that outlives removal from the track's sinks.
+struct RTCGstAppSrc {
+    explicit RTCGstAppSrc(GstElement* appsrc) : element(appsrc) {}
+    ~RTCGstAppSrc() { gst_object_unref(element); }
+    RTCGstAppSrc(const RTCGstAppSrc&) = delete;
+    RTCGstAppSrc& operator=(const RTCGstAppSrc&) = delete;
+    GstElement* element;
+    std::mutex mutex;
+    int width = 0;
+    int height = 0;
+};
+
+struct RTCGstBranch {
+    std::shared_ptr<RTCGstRtpTransceiver> transceiver;
+    int mline = -1;  ///< webrtcbin media line, -1 until built
+    bool built = false;
+    GstElement* encoder = nullptr;  ///< vp8enc / opusenc (ref held)
+    GstElement* volume = nullptr;   ///< microphone mute (ref held)
+    std::shared_ptr<RTCGstAppSrc> appsrc;
+    int sinkId = 0;                       ///< on the local video track
+    int listenerId = 0;                   ///< on the local audio track
+    GstObject* gstTransceiver = nullptr;  ///< webrtcbin's transceiver (ref held)
+    bool receiving = false;
+};
+
+struct RTCGstPeerConnection::Impl {
+    explicit Impl(RTCGstPeerConnection& owner) : pc(owner) {}
+    RTCGstPeerConnection& pc;
+    std::shared_ptr<RTCGstCounters> counters = std::make_shared<RTCGstCounters>();
+    RTCGstRef* ref = nullptr;
+    GstElement* pipeline = nullptr;
+    GstElement* webrtc = nullptr;
+
+    mutable std::mutex mutex;  // guards what public getters read
+    std::vector<RTCGstBranch> branches;
+    RTCSessionDescriptionPtr local;
+    RTCSessionDescriptionPtr remote;
+    std::atomic<int> bitrate{0};
+    std::atomic<bool> audioMuted{false};
+
+    // Signalling queue only.
+    std::vector<std::string> localMids;
+    RTCCertificatePtr certificate;
+    std::string localFingerprint;
+    std::vector<rtcgst::Fingerprint> remoteFingerprints;
+    std::vector<rtcgst::TurnUri> turnServers;
+    bool relayOnly = false;
+    std::atomic<bool> sawRelayCandidate{false};
+    RTCIceConnectionState gstIce = RTCIceConnectionStateNew;
+    bool dtlsConnected = false;
+    bool failed = false;
+    bool reportedCompleted = false;
+    int64_t disconnectedAtNs = 0;
+    QXVCTimerPtr watchdog;
+    QXVCTimerPtr turnTimer;
+    int sessionListener = 0;
+    std::vector<GstElement*> dtlsDecoders;  // refs held, guarded by `mutex`
+
+    // Set-up and tear-down (RTCGstPipeline.cpp).
+    bool setUp(const RTCConfiguration& configuration);
+    /// Stops media and hands the pipeline to the signalling queue to be freed.
+    void tearDown();
+    static void destroyPipeline(GstElement* pipeline, RTCGstRef* ref,
+                                std::vector<GstElement*> refs);
+
+    // Media branches (RTCGstBranches.cpp).
+    /// Offerer: a webrtcbin transceiver for every transceiver not yet built.
+    void buildOfferBranches();
+    /// Answerer: send branches in the offer's media-line order and payload types.
+    void buildAnswerBranches(const std::vector<rtcgst::MediaLine>& lines);
+    void syncDirections();
+    void applyBitrate(RTCGstBranch& branch);
+    void updateAudioMute();
+    void updateAudioMuteLocked();  // `mutex` held
+    void forceKeyFrames();
+    void onPadAdded(GstPad* pad);
+    void updateNegotiated();
+    /// A send branch (track) or a bare webrtcbin transceiver (no track) for
+    /// `branch` on media line `mline` with payload type `pt`.
+    void buildBranch(RTCGstBranch& branch, int mline, int pt);
+
+    // Connectivity (RTCGstConnectivity.cpp). Signalling queue only.
+    void onIceCandidate(unsigned mline, const std::string& candidate);
+    void onGstIceState(RTCIceConnectionState state);
+    void onDtlsState(GstElement* decoder, bool connected, bool failedState);
+    void watchdogTick();
+    void startTurnTimer();
+    void fail(const std::string& reason);
+    void reportIce(RTCIceConnectionState state);
+    void reportGathering(RTCIceGatheringState state);
+    void reportSignaling(RTCSignalingState state);
+    void updateConnectionState();
+    // GStreamer signal handlers; `data` is the RTCGstRef.
+    static void onDeepElementAdded(GstBin* bin, GstBin* sub, GstElement* element, gpointer data);
+    static void onIceCandidateSignal(GstElement* webrtc, guint mline, gchar* candidate,
+                                     gpointer data);
+    static void onIceStateNotify(GObject* object, GParamSpec* spec, gpointer data);
+    static void onGatheringNotify(GObject* object, GParamSpec* spec, gpointer data);
+    static void onPadAddedSignal(GstElement* webrtc, GstPad* pad, gpointer data);
+    static void onDtlsNotify(GObject* object, GParamSpec* spec, gpointer data);
+    /// Adds a probe to `pad` that counts packets into `counters`.
+    static void countPackets(GstPad* pad, const std::shared_ptr<RTCGstCounters>& counters,
+                             std::atomic<uint64_t> RTCGstCounters::*field, bool stampTime);
+
+    /// Posts `task` to the signalling queue if the connection is still alive.
+    static void post(RTCGstRef* ref, std::function<void(RTCGstPeerConnection&)> task);
+    /// Calls the delegate on the signalling queue (skipped once closed).
+    void notify(std::function<void(RTCPeerConnectionDelegate&, const RTCPeerConnectionPtr&)> call);
+};

@@ -1,0 +1,160 @@
+#include "RTCGstPlatform.h"
+
+#include <gst/gst.h>
+
+#include <map>
+
+#include "RTCGstCapturer.h"
+#include "RTCGstCertificates.h"
+#include "RTCGstMedia.h"
+#include "RTCGstPeerConnection.h"
+#include "Utils/QXVCSafeCall.h"
+
+namespace {
+
+/// The peer-connection factory: sources, tracks and peer connections.
+class RTCGstPeerConnectionFactory final : public RTCPeerConnectionFactory {
+  public:
+    explicit RTCGstPeerConnectionFactory(std::weak_ptr<RTCGstPlatform> platform)
+        : platform_(std::move(platform)) {}
+
+    RTCPeerConnectionPtr peerConnectionWithConfiguration(
+        const RTCConfigurationPtr& configuration, const RTCMediaConstraintsPtr& /*constraints*/,
+        const std::shared_ptr<RTCPeerConnectionDelegate>& delegate) override {
+        // DTLS-SRTP is always on; the legacy DtlsSrtpKeyAgreement constraint has
+        // nothing left to choose.
+        auto platform = platform_.lock();
+        return platform ? RTCGstPeerConnection::create(platform, configuration, delegate) : nullptr;
+    }
+    RTCAudioSourcePtr audioSourceWithConstraints(const RTCMediaConstraintsPtr&) override {
+        return std::make_shared<RTCGstAudioSource>();
+    }
+    RTCAudioTrackPtr audioTrackWithSource(const RTCAudioSourcePtr& source,
+                                          const std::string& trackId) override {
+        return std::make_shared<RTCGstAudioTrack>(trackId, source);
+    }
+    RTCVideoSourcePtr videoSource() override { return std::make_shared<RTCGstVideoSource>(); }
+    RTCVideoTrackPtr videoTrackWithSource(const RTCVideoSourcePtr& source,
+                                          const std::string& trackId) override {
+        auto gstSource = std::dynamic_pointer_cast<RTCGstVideoSource>(source);
+        if (!gstSource) {
+            return nullptr;
+        }
+        auto track = std::make_shared<RTCGstVideoTrack>(trackId, source);
+        gstSource->attach(track);
+        return track;
+    }
+
+  private:
+    std::weak_ptr<RTCGstPlatform> platform_;
+};
+
+bool hasElements() {
+    for (const char* name : {"webrtcbin", "vp8enc", "vp8dec", "opusenc", "opusdec", "rtpvp8pay",
+                             "rtpvp8depay", "rtpopuspay", "rtpopusdepay", "appsrc", "appsink",
+                             "videotestsrc", "audiotestsrc", "nicesrc", "dtlssrtpdec"}) {
+        GstElementFactory* factory = gst_element_factory_find(name);
+        if (!factory) {
+            return false;
+        }
+        gst_object_unref(factory);
+    }
+    return true;
+}
+
+}  // namespace
+
+struct RTCGstPlatform::Listeners {
+    std::mutex mutex;
+    int next = 1;
+    std::map<int, std::function<void()>> map;
+};
+
+std::shared_ptr<RTCGstPlatform> RTCGstPlatform::create(Options options) {
+    if (!gst_init_check(nullptr, nullptr, nullptr) || !hasElements()) {
+        return nullptr;
+    }
+    return std::make_shared<RTCGstPlatform>(options);
+}
+
+RTCGstPlatform::RTCGstPlatform(Options options)
+    : options_(options),
+      queue_(QXVCSerialQueue::create("rtc.signaling")),
+      certificates_(std::make_unique<RTCGstCertificates>(options.readyCertificateKeys)),
+      audioSession_(std::make_shared<RTCAudioSession>()),
+      listeners_(std::make_shared<Listeners>()) {
+    audioSession_->setChangeHandler([weak = std::weak_ptr<Listeners>(listeners_)] {
+        auto listeners = weak.lock();
+        if (!listeners) {
+            return;
+        }
+        std::vector<std::function<void()>> copy;
+        {
+            std::lock_guard lock(listeners->mutex);
+            for (auto& [id, fn] : listeners->map) {
+                copy.push_back(fn);
+            }
+        }
+        for (auto& fn : copy) {
+            fn();
+        }
+    });
+}
+
+RTCGstPlatform::~RTCGstPlatform() {
+    audioSession_->setChangeHandler(nullptr);
+}
+
+RTCPeerConnectionFactoryPtr RTCGstPlatform::peerConnectionFactory(
+    const RTCDefaultVideoEncoderFactoryPtr& /*encoderFactory*/,
+    const RTCDefaultVideoDecoderFactoryPtr& /*decoderFactory*/) {
+    // VP8 is the one video codec; the factories only list it.
+    return std::make_shared<RTCGstPeerConnectionFactory>(weak_from_this());
+}
+
+std::vector<RTCVideoCodecInfoPtr> RTCGstPlatform::supportedVideoEncoderCodecs() {
+    return {std::make_shared<RTCVideoCodecInfo>(kRTCVideoCodecVp8Name)};
+}
+
+std::vector<RTCVideoCodecInfoPtr> RTCGstPlatform::supportedVideoDecoderCodecs() {
+    return {std::make_shared<RTCVideoCodecInfo>(kRTCVideoCodecVp8Name)};
+}
+
+RTCCameraVideoCapturerPtr RTCGstPlatform::cameraVideoCapturer(
+    const std::shared_ptr<RTCVideoCapturerDelegate>& delegate) {
+    return std::make_shared<RTCGstCameraVideoCapturer>(delegate);
+}
+
+std::vector<RTCCaptureDevicePtr> RTCGstPlatform::captureDevices() {
+    std::lock_guard lock(mutex_);
+    if (devices_.empty()) {
+        devices_ = RTCGstCaptureDevices(options_.includeV4L2Cameras);
+    }
+    return devices_;
+}
+
+RTCCertificatePtr RTCGstPlatform::generateCertificate(RTCKeyType keyType, int64_t expiresMs) {
+    return certificates_->generate(keyType, expiresMs);
+}
+
+bool RTCGstPlatform::isProximityMonitoringEnabled() const {
+    std::lock_guard lock(mutex_);
+    return proximity_;
+}
+
+void RTCGstPlatform::setProximityMonitoringEnabled(bool enabled) {
+    std::lock_guard lock(mutex_);
+    proximity_ = enabled;
+}
+
+int RTCGstPlatform::addAudioSessionListener(std::function<void()> listener) {
+    std::lock_guard lock(listeners_->mutex);
+    int id = listeners_->next++;
+    listeners_->map[id] = std::move(listener);
+    return id;
+}
+
+void RTCGstPlatform::removeAudioSessionListener(int id) {
+    std::lock_guard lock(listeners_->mutex);
+    listeners_->map.erase(id);
+}

@@ -1,0 +1,91 @@
+// The GStreamer RTC engine: install it with
+//   RTCPlatform::install(RTCGstPlatform::create());
+//
+// One webrtcbin per peer connection (max-bundle, TURN from the configuration's
+// ICE servers, DTLS-SRTP with the connection's own certificate), VP8 and Opus
+// both ways. Delegate callbacks and completion handlers run on the engine's
+// signalling thread, one serial queue shared by all peer connections.
+//
+// Behaviour the engine adds on top of webrtcbin:
+//  - ICE goes New, Checking, Connected and only then Completed; a watchdog on
+//    received packets reports Disconnected after `disconnectedTimeout` seconds
+//    of silence, Connected when packets flow again and Failed after
+//    `failedTimeout` seconds of silence;
+//  - a relay-only connection that has no relay candidate `turnTimeout` seconds
+//    after its local description was set (TURN refused the credentials or is
+//    unreachable) logs an error and reports Failed;
+//  - only relay candidates ever surface (their related address zeroed), and
+//    host or server-reflexive candidates are dropped from local descriptions;
+//  - the DTLS certificate the peer presents is checked against the remote
+//    description's fingerprint; a mismatch fails the connection.
+//
+// Audio: the microphone is a test tone (no capture device is opened); remote
+// audio is decoded and counted but not played out, so the output route only
+// changes state.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCPlatform.h"
+
+class RTCGstCertificates;
+
+class RTCGstPlatform final : public RTCPlatform,
+                             public std::enable_shared_from_this<RTCGstPlatform> {
+  public:
+    struct Options {
+        double disconnectedTimeout = 5.0;
+        double failedTimeout = 30.0;
+        double turnTimeout = 10.0;
+        /// Receive jitter-buffer latency.
+        unsigned jitterBufferMs = 50;
+        /// The video encoder's bitrate when no lower cap is set.
+        int defaultVideoBitrateBps = 2'500'000;
+        /// Probe V4L2 cameras (the two test-pattern cameras always exist).
+        bool includeV4L2Cameras = true;
+        /// RSA keys kept ready in the background.
+        size_t readyCertificateKeys = 2;
+    };
+
+    /// Initializes GStreamer once per process. nullptr when webrtcbin, VP8 or
+    /// Opus elements are missing.
+    static std::shared_ptr<RTCGstPlatform> create(Options options);
+    static std::shared_ptr<RTCGstPlatform> create() { return create(Options{}); }
+    ~RTCGstPlatform() override;
+
+    RTCPeerConnectionFactoryPtr peerConnectionFactory(
+        const RTCDefaultVideoEncoderFactoryPtr& encoderFactory,
+        const RTCDefaultVideoDecoderFactoryPtr& decoderFactory) override;
+    std::vector<RTCVideoCodecInfoPtr> supportedVideoEncoderCodecs() override;
+    std::vector<RTCVideoCodecInfoPtr> supportedVideoDecoderCodecs() override;
+    RTCCameraVideoCapturerPtr cameraVideoCapturer(
+        const std::shared_ptr<RTCVideoCapturerDelegate>& delegate) override;
+    std::vector<RTCCaptureDevicePtr> captureDevices() override;
+    RTCAudioSessionPtr audioSession() override { return audioSession_; }
+    RTCCertificatePtr generateCertificate(RTCKeyType keyType, int64_t expiresMs) override;
+    bool isProximityMonitoringEnabled() const override;
+    void setProximityMonitoringEnabled(bool enabled) override;
+
+    const Options& options() const { return options_; }
+    const std::shared_ptr<QXVCSerialQueue>& signalingQueue() const { return queue_; }
+    /// Listeners of audio-session changes (active flag, route).
+    int addAudioSessionListener(std::function<void()> listener);
+    void removeAudioSessionListener(int id);
+
+    explicit RTCGstPlatform(Options options);
+
+  private:
+    Options options_;
+    std::shared_ptr<QXVCSerialQueue> queue_;
+    std::unique_ptr<RTCGstCertificates> certificates_;
+    RTCAudioSessionPtr audioSession_;
+    mutable std::mutex mutex_;
+    bool proximity_ = false;
+    std::vector<RTCCaptureDevicePtr> devices_;
+    struct Listeners;
+    std::shared_ptr<Listeners> listeners_;
+};

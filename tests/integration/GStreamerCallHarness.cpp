@@ -1,0 +1,270 @@
+#include "GStreamerCallHarness.h"
+
+#include <future>
+
+#include "RTCGstCapturer.h"
+
+void GStreamerCountingRenderer::setSize(CGSize size) {
+    std::lock_guard lock(mutex_);
+    size_ = size;
+}
+
+void GStreamerCountingRenderer::renderFrame(const RTCVideoFramePtr& frame) {
+    {
+        std::lock_guard lock(mutex_);
+        last_ = frame;
+    }
+    frames_.fetch_add(1);
+}
+
+CGSize GStreamerCountingRenderer::size() const {
+    std::lock_guard lock(mutex_);
+    return size_;
+}
+
+RTCVideoFramePtr GStreamerCountingRenderer::lastFrame() const {
+    std::lock_guard lock(mutex_);
+    return last_;
+}
+
+void GStreamerPeer::peerConnectionDidChangeIceConnectionState(const RTCPeerConnectionPtr&,
+                                                              RTCIceConnectionState state) {
+    std::lock_guard lock(mutex_);
+    ice_.push_back(state);
+    cv_.notify_all();
+}
+
+void GStreamerPeer::peerConnectionDidChangeConnectionState(const RTCPeerConnectionPtr&,
+                                                           RTCPeerConnectionState state) {
+    std::lock_guard lock(mutex_);
+    connection_.push_back(state);
+    cv_.notify_all();
+}
+
+void GStreamerPeer::peerConnectionDidGenerateIceCandidate(const RTCPeerConnectionPtr&,
+                                                          const RTCIceCandidatePtr& candidate) {
+    std::function<void(const RTCIceCandidatePtr&)> sink;
+    {
+        std::lock_guard lock(mutex_);
+        candidates_.push_back(candidate->sdp().value_or(""));
+        if (sink_) {
+            sink = sink_;
+        } else {
+            pending_.push_back(candidate);
+        }
+        cv_.notify_all();
+    }
+    if (sink) {
+        sink(candidate);
+    }
+}
+
+void GStreamerPeer::setCandidateSink(std::function<void(const RTCIceCandidatePtr&)> sink) {
+    std::vector<RTCIceCandidatePtr> pending;
+    {
+        std::lock_guard lock(mutex_);
+        sink_ = sink;
+        pending.swap(pending_);
+    }
+    for (const auto& candidate : pending) {
+        sink(candidate);
+    }
+}
+
+bool GStreamerPeer::waitFor(double seconds, const std::function<bool()>& predicate) {
+    auto deadline = std::chrono::steady_clock::now() +
+                    std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                        std::chrono::duration<double>(seconds));
+    while (!predicate()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::unique_lock lock(mutex_);
+        cv_.wait_for(lock, std::chrono::milliseconds(50));
+    }
+    return true;
+}
+
+bool GStreamerPeer::waitForIce(RTCIceConnectionState state, double seconds) {
+    return waitFor(seconds, [&] {
+        auto states = iceStates();
+        return !states.empty() && states.back() == state;
+    });
+}
+
+bool GStreamerPeer::waitForConnection(RTCPeerConnectionState state, double seconds) {
+    return waitFor(seconds, [&] {
+        auto states = connectionStates();
+        return !states.empty() && states.back() == state;
+    });
+}
+
+std::vector<RTCIceConnectionState> GStreamerPeer::iceStates() const {
+    std::lock_guard lock(mutex_);
+    return ice_;
+}
+
+std::vector<RTCPeerConnectionState> GStreamerPeer::connectionStates() const {
+    std::lock_guard lock(mutex_);
+    return connection_;
+}
+
+std::vector<std::string> GStreamerPeer::candidateLines() const {
+    std::lock_guard lock(mutex_);
+    return candidates_;
+}
+
+RTCConfigurationPtr GStreamerRelayConfiguration(const std::string& url, const std::string& username,
+                                                const std::string& password) {
+    auto configuration = RTCConfiguration::create();
+    configuration->setIceServers(
+        std::vector<RTCIceServerPtr>{RTCIceServer::initWithURLStrings({url}, username, password)});
+    configuration->setSdpSemantics(RTCSdpSemanticsUnifiedPlan);
+    configuration->setCertificate(RTCCertificate::generateCertificateWithParams(
+        {{"expires", 100000}, {"name", "RSASSA-PKCS1-v1_5"}}));
+    configuration->setIceTransportPolicy(RTCIceTransportPolicyRelay);
+    return configuration;
+}
+
+namespace {
+
+std::shared_ptr<GStreamerPeer> makePeer(const std::shared_ptr<RTCGstPlatform>& platform,
+                                        const RTCPeerConnectionFactoryPtr& factory,
+                                        const GStreamerCallOptions& options, const char* name,
+                                        const char* cameraId) {
+    auto peer = std::make_shared<GStreamerPeer>();
+    peer->name = name;
+    auto pc = factory->peerConnectionWithConfiguration(
+        GStreamerRelayConfiguration(options.turnUrl, options.username, options.password),
+        RTCMediaConstraints::initWithMandatoryConstraints(
+            std::nullopt, RTCConstraintsMap{{"DtlsSrtpKeyAgreement", "true"}}),
+        peer);
+    peer->pc = std::dynamic_pointer_cast<RTCGstPeerConnection>(pc);
+    if (!peer->pc) {
+        return nullptr;
+    }
+    peer->videoSource = factory->videoSource();
+    peer->capturer = platform->cameraVideoCapturer(peer->videoSource);
+    RTCCaptureDevicePtr device;
+    for (const auto& candidate : platform->captureDevices()) {
+        if (candidate->uniqueId() == cameraId) {
+            device = candidate;
+        }
+    }
+    RTCCaptureDeviceFormatPtr format;
+    for (const auto& f : RTCCameraVideoCapturer::supportedFormatsForDevice(device)) {
+        if (f->width() == options.width && f->height() == options.height) {
+            format = f;
+        }
+    }
+    peer->capturer->startCaptureWithDevice(device, format, options.fps, nullptr);
+    peer->audioTrack =
+        factory->audioTrackWithSource(factory->audioSourceWithConstraints(nullptr), "ARDAMSa0");
+    peer->videoTrack = factory->videoTrackWithSource(peer->videoSource, "ARDAMSv0");
+    peer->pc->addTrack(peer->audioTrack, {"ARDAMS"});
+    peer->videoSender = peer->pc->addTrack(peer->videoTrack, {"ARDAMS"});
+    for (const auto& transceiver : peer->pc->transceivers()) {
+        if (transceiver->mediaType() == RTCRtpMediaTypeVideo) {
+            if (auto remote =
+                    std::dynamic_pointer_cast<RTCVideoTrack>(transceiver->receiver()->track())) {
+                remote->addRenderer(peer->remoteRenderer);
+            }
+        }
+    }
+    return peer;
+}
+
+RTCMediaConstraintsPtr receiveBoth() {
+    return RTCMediaConstraints::initWithMandatoryConstraints(
+        RTCConstraintsMap{{"OfferToReceiveAudio", "true"}, {"OfferToReceiveVideo", "true"}},
+        std::nullopt);
+}
+
+template <typename T>
+T await(std::future<T>& future, std::string& error, const char* what) {
+    if (future.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+        error = std::string(what) + " timed out";
+        return T{};
+    }
+    return future.get();
+}
+
+}  // namespace
+
+GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platform,
+                                   const GStreamerCallOptions& options) {
+    GStreamerCall call;
+    auto factory = platform->peerConnectionFactory(nullptr, nullptr);
+    call.a = makePeer(platform, factory, options, "a", kRTCGstFrontCameraId);
+    call.b = makePeer(platform, factory, options, "b", kRTCGstBackCameraId);
+    if (!call.a || !call.b) {
+        call.error = "peer connection not created";
+        return call;
+    }
+    using Result = std::pair<RTCSessionDescriptionPtr, QXDErrorPtr>;
+    auto describe = [](const QXDErrorPtr& error) {
+        return error ? error->localizedDescription() : std::string();
+    };
+
+    std::promise<Result> offered;
+    call.a->pc->offerForConstraints(receiveBoth(),
+                                    [&](RTCSessionDescriptionPtr sdp, QXDErrorPtr error) {
+                                        offered.set_value({sdp, error});
+                                    });
+    auto offerFuture = offered.get_future();
+    auto offer = await(offerFuture, call.error, "offer");
+    if (!offer.first) {
+        call.error += "offer: " + describe(offer.second);
+        return call;
+    }
+    call.a->pc->setLocalDescription(offer.first, nullptr);
+    call.b->pc->setRemoteDescription(offer.first, nullptr);
+    call.a->setCandidateSink(
+        [pc = call.b->pc](const RTCIceCandidatePtr& c) { pc->addIceCandidate(c); });
+
+    std::promise<Result> answered;
+    call.b->pc->answerForConstraints(receiveBoth(),
+                                     [&](RTCSessionDescriptionPtr sdp, QXDErrorPtr error) {
+                                         answered.set_value({sdp, error});
+                                     });
+    auto answerFuture = answered.get_future();
+    auto answer = await(answerFuture, call.error, "answer");
+    if (!answer.first) {
+        call.error += "answer: " + describe(answer.second);
+        return call;
+    }
+    call.b->pc->setLocalDescription(answer.first, nullptr);
+    auto remoteAnswer = answer.first;
+    if (options.tamperAnswerFingerprint) {
+        std::string sdp = remoteAnswer->sdp();
+        auto at = sdp.find("a=fingerprint:sha-256 ");
+        if (at != std::string::npos) {
+            char& c = sdp[at + 22];
+            c = c == 'A' ? 'B' : 'A';
+        }
+        remoteAnswer = std::make_shared<RTCSessionDescription>(RTCSdpTypeAnswer, sdp);
+    }
+    std::promise<QXDErrorPtr> applied;
+    call.a->pc->setRemoteDescription(remoteAnswer,
+                                     [&](QXDErrorPtr error) { applied.set_value(error); });
+    call.b->setCandidateSink(
+        [pc = call.a->pc](const RTCIceCandidatePtr& c) { pc->addIceCandidate(c); });
+    auto appliedFuture = applied.get_future();
+    if (auto error = await(appliedFuture, call.error, "remote answer")) {
+        call.error += "remote answer: " + describe(error);
+    }
+    return call;
+}
+
+void GStreamerCall::close() {
+    for (auto* peer : {&a, &b}) {
+        if (*peer) {
+            if ((*peer)->capturer) {
+                (*peer)->capturer->stopCaptureWithCompletionHandler(nullptr);
+            }
+            if ((*peer)->pc) {
+                (*peer)->pc->close();
+            }
+        }
+    }
+}

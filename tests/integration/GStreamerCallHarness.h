@@ -1,0 +1,111 @@
+// Two GStreamer peer connections in one process, relayed through a coturn on
+// loopback: the plumbing the GStreamer integration tests and the benchmark share.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "RTCGstPeerConnection.h"
+#include "RTCGstPlatform.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCPlatform.h"
+
+/// Counts frames and remembers the last size it was told.
+class GStreamerCountingRenderer final : public RTCVideoRenderer {
+  public:
+    void setSize(CGSize size) override;
+    void renderFrame(const RTCVideoFramePtr& frame) override;
+    uint64_t frames() const { return frames_.load(); }
+    CGSize size() const;
+    RTCVideoFramePtr lastFrame() const;
+
+  private:
+    std::atomic<uint64_t> frames_{0};
+    mutable std::mutex mutex_;
+    CGSize size_;
+    RTCVideoFramePtr last_;
+};
+
+/// One side: its peer connection, local media and everything its delegate heard.
+class GStreamerPeer final : public RTCPeerConnectionDelegate,
+                            public std::enable_shared_from_this<GStreamerPeer> {
+  public:
+    void peerConnectionDidChangeSignalingState(const RTCPeerConnectionPtr&, RTCSignalingState) override {}
+    void peerConnectionDidAddStream(const RTCPeerConnectionPtr&, const RTCMediaStreamPtr&) override {}
+    void peerConnectionDidRemoveStream(const RTCPeerConnectionPtr&, const RTCMediaStreamPtr&) override {}
+    void peerConnectionShouldNegotiate(const RTCPeerConnectionPtr&) override {}
+    void peerConnectionDidChangeIceConnectionState(const RTCPeerConnectionPtr&,
+                                                   RTCIceConnectionState state) override;
+    void peerConnectionDidChangeIceGatheringState(const RTCPeerConnectionPtr&,
+                                                  RTCIceGatheringState) override {}
+    void peerConnectionDidGenerateIceCandidate(const RTCPeerConnectionPtr&,
+                                               const RTCIceCandidatePtr& candidate) override;
+    void peerConnectionDidRemoveIceCandidates(const RTCPeerConnectionPtr&,
+                                              const std::vector<RTCIceCandidatePtr>&) override {}
+    void peerConnectionDidOpenDataChannel(const RTCPeerConnectionPtr&, const RTCDataChannelPtr&) override {}
+    void peerConnectionDidChangeConnectionState(const RTCPeerConnectionPtr&,
+                                                RTCPeerConnectionState state) override;
+
+    /// Waits (real time, `seconds` at most) until `predicate` holds; true if it did.
+    bool waitFor(double seconds, const std::function<bool()>& predicate);
+    bool waitForIce(RTCIceConnectionState state, double seconds);
+    bool waitForConnection(RTCPeerConnectionState state, double seconds);
+    std::vector<RTCIceConnectionState> iceStates() const;
+    std::vector<RTCPeerConnectionState> connectionStates() const;
+    std::vector<std::string> candidateLines() const;
+    /// Where local candidates go (the other peer); until set they are kept.
+    void setCandidateSink(std::function<void(const RTCIceCandidatePtr&)> sink);
+
+    std::shared_ptr<RTCGstPeerConnection> pc;
+    RTCVideoSourcePtr videoSource;
+    RTCCameraVideoCapturerPtr capturer;
+    RTCAudioTrackPtr audioTrack;
+    RTCVideoTrackPtr videoTrack;
+    RTCRtpSenderPtr videoSender;
+    std::shared_ptr<GStreamerCountingRenderer> remoteRenderer =
+        std::make_shared<GStreamerCountingRenderer>();
+    std::string name;
+
+  private:
+    mutable std::mutex mutex_;
+    std::condition_variable cv_;
+    std::vector<RTCIceConnectionState> ice_;
+    std::vector<RTCPeerConnectionState> connection_;
+    std::vector<std::string> candidates_;
+    std::vector<RTCIceCandidatePtr> pending_;
+    std::function<void(const RTCIceCandidatePtr&)> sink_;
+};
+
+struct GStreamerCallOptions {
+    std::string turnUrl;
+    std::string username;
+    std::string password;
+    int width = 640;
+    int height = 480;
+    int fps = 30;
+    /// Changes the answer's fingerprint before the offerer applies it.
+    bool tamperAnswerFingerprint = false;
+};
+
+/// Offerer "a" and answerer "b".
+struct GStreamerCall {
+    std::shared_ptr<GStreamerPeer> a;
+    std::shared_ptr<GStreamerPeer> b;
+    std::string error;  ///< set when negotiation failed
+
+    /// Makes both peers with audio and video, runs offer/answer and trades
+    /// candidates. Returns once both descriptions are applied (connection
+    /// continues in the background).
+    static GStreamerCall start(const std::shared_ptr<RTCGstPlatform>& platform,
+                               const GStreamerCallOptions& options);
+    void close();
+};
+
+/// A configuration as calls make it: relay only, Unified Plan, a fresh certificate.
+RTCConfigurationPtr GStreamerRelayConfiguration(const std::string& url, const std::string& username,
+                                                const std::string& password);

@@ -1,0 +1,62 @@
+// The GStreamer engine through a real coturn on loopback: relay-only calls
+// between two peer connections in one process.
+#include <gtest/gtest.h>
+
+#include "GStreamerCallHarness.h"
+#include "support/TurnServerFixture.h"
+
+namespace {
+
+class GStreamerCallTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(turn_.start()) << turn_.error();
+        platform_ = RTCGstPlatform::create(options());
+        ASSERT_NE(platform_, nullptr) << "GStreamer elements missing";
+        RTCPlatform::install(platform_);
+    }
+    void TearDown() override {
+        call_.close();
+        RTCPlatform::install(nullptr);
+    }
+    virtual RTCGstPlatform::Options options() const { return {}; }
+    GStreamerCallOptions callOptions(const std::string& user = "alice") const {
+        auto credentials = turn_.credentialsForUser(user);
+        return {turn_.url(), credentials.username, credentials.password};
+    }
+
+    TurnServerFixture turn_;
+    std::shared_ptr<RTCGstPlatform> platform_;
+    GStreamerCall call_;
+};
+
+TEST_F(GStreamerCallTest, RelayOnlyCallCarriesVideoAndAudioBothWays) {
+    call_ = GStreamerCall::start(platform_, callOptions());
+    ASSERT_TRUE(call_.error.empty()) << call_.error;
+    for (auto& peer : {call_.a, call_.b}) {
+        EXPECT_TRUE(peer->waitForConnection(RTCPeerConnectionStateConnected, 30)) << peer->name;
+        EXPECT_TRUE(peer->waitFor(30, [&] { return peer->remoteRenderer->frames() >= 10; }))
+            << peer->name;
+        EXPECT_TRUE(peer->waitFor(30, [&] { return peer->pc->stats().audioBuffersDecoded >= 10; }))
+            << peer->name;
+        EXPECT_EQ(peer->remoteRenderer->size(), (CGSize{640, 480})) << peer->name;
+        // ICE is Connected before anything else after checking.
+        auto states = peer->iceStates();
+        ASSERT_GE(states.size(), 2u);
+        EXPECT_EQ(states[0], RTCIceConnectionStateChecking);
+        EXPECT_EQ(states[1], RTCIceConnectionStateConnected);
+    }
+    // Only relay candidates surface, without the address they were allocated from.
+    for (auto& peer : {call_.a, call_.b}) {
+        auto lines = peer->candidateLines();
+        EXPECT_FALSE(lines.empty());
+        for (const auto& line : lines) {
+            EXPECT_NE(line.find("typ relay"), std::string::npos) << line;
+            EXPECT_NE(line.find("raddr 0.0.0.0 rport 0"), std::string::npos) << line;
+        }
+        EXPECT_EQ(peer->pc->localDescription()->sdp().find("typ host"), std::string::npos);
+        EXPECT_EQ(peer->pc->localDescription()->sdp().find("typ srflx"), std::string::npos);
+    }
+}
+
+}  // namespace
