@@ -36,3 +36,6 @@
 #include "VelmorinVideoChat/Platform/RTC/RTCAudioSessionConfiguration.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCAudioSession.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCPlatform.h"
+#include "VelmorinVideoChat/View/QXVCLocalVideoView.h"
+#include "VelmorinVideoChat/View/QXVCRemoteVideoView.h"
+#include "VelmorinVideoChat/Utils/QXVCDeviceUtils.h"

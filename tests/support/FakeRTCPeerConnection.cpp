@@ -652,7 +652,7 @@ void FakeRTCPeerConnection::notify(
     context_->dispatch([weakSelf, delegate = delegate_, call = std::move(call)] {
         auto self = weakSelf.lock();
         auto d = delegate.lock();
-        if (self && d) {
+        if (self && d && !self->isClosed()) {
             call(*d, self);
         }
     });

@@ -124,8 +124,9 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     std::vector<RTCRtpReceiverPtr> receivers() const override;
     std::vector<RTCRtpTransceiverPtr> transceivers() const override;
     /// Every call is recorded; the first moves every state to Closed. No
-    /// delegate callback follows (the event methods below do nothing once
-    /// closed); pending operations stay pending for the test to complete.
+    /// delegate callback follows, not even one already posted to the callback
+    /// queue (the event methods below do nothing once closed); pending
+    /// operations stay pending for the test to complete.
     void close() override;
     RTCSignalingState signalingState() const override;
     RTCIceConnectionState iceConnectionState() const override;
