@@ -74,8 +74,10 @@ void Impl::buildBranch(RTCGstBranch& branch, int mline, int pt) {
         description =
             "appsrc name=src format=time is-live=true do-timestamp=true "
             "! queue leaky=downstream max-size-buffers=2 max-size-bytes=0 max-size-time=0 "
+            // One encoder thread: libvpx's multi-threaded mode stalls to a few
+            // frames per second on a loaded two-core machine.
             "! videoconvert ! vp8enc name=enc deadline=1 cpu-used=8 end-usage=cbr lag-in-frames=0 "
-            "keyframe-max-dist=90 threads=2 error-resilient=default target-bitrate=" +
+            "keyframe-max-dist=90 threads=1 target-bitrate=" +
             std::to_string(options.defaultVideoBitrateBps) +
             " ! rtpvp8pay picture-id-mode=15-bit mtu=1200 ! capsfilter name=caps";
     } else {

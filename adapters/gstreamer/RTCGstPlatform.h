@@ -44,7 +44,7 @@ class RTCGstPlatform final : public RTCPlatform,
         /// Receive jitter-buffer latency.
         unsigned jitterBufferMs = 50;
         /// The video encoder's bitrate when no lower cap is set.
-        int defaultVideoBitrateBps = 2'500'000;
+        int defaultVideoBitrateBps = 1'500'000;
         /// Probe V4L2 cameras (the two test-pattern cameras always exist).
         bool includeV4L2Cameras = true;
         /// RSA keys kept ready in the background.

@@ -13,6 +13,9 @@ void GStreamerCountingRenderer::renderFrame(const RTCVideoFramePtr& frame) {
     {
         std::lock_guard lock(mutex_);
         last_ = frame;
+        if (first_ == std::chrono::steady_clock::time_point{}) {
+            first_ = std::chrono::steady_clock::now();
+        }
     }
     frames_.fetch_add(1);
 }
@@ -20,6 +23,11 @@ void GStreamerCountingRenderer::renderFrame(const RTCVideoFramePtr& frame) {
 CGSize GStreamerCountingRenderer::size() const {
     std::lock_guard lock(mutex_);
     return size_;
+}
+
+std::chrono::steady_clock::time_point GStreamerCountingRenderer::firstFrameAt() const {
+    std::lock_guard lock(mutex_);
+    return first_;
 }
 
 RTCVideoFramePtr GStreamerCountingRenderer::lastFrame() const {
@@ -38,6 +46,10 @@ void GStreamerPeer::peerConnectionDidChangeConnectionState(const RTCPeerConnecti
                                                            RTCPeerConnectionState state) {
     std::lock_guard lock(mutex_);
     connection_.push_back(state);
+    if (state == RTCPeerConnectionStateConnected &&
+        connectedAt_ == std::chrono::steady_clock::time_point{}) {
+        connectedAt_ = std::chrono::steady_clock::now();
+    }
     cv_.notify_all();
 }
 
@@ -107,6 +119,11 @@ std::vector<RTCIceConnectionState> GStreamerPeer::iceStates() const {
 std::vector<RTCPeerConnectionState> GStreamerPeer::connectionStates() const {
     std::lock_guard lock(mutex_);
     return connection_;
+}
+
+std::chrono::steady_clock::time_point GStreamerPeer::connectedAt() const {
+    std::lock_guard lock(mutex_);
+    return connectedAt_;
 }
 
 std::vector<std::string> GStreamerPeer::candidateLines() const {
@@ -206,6 +223,7 @@ GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platfo
         return error ? error->localizedDescription() : std::string();
     };
 
+    call.offerRequestedAt = std::chrono::steady_clock::now();
     std::promise<Result> offered;
     call.a->pc->offerForConstraints(receiveBoth(),
                                     [&](RTCSessionDescriptionPtr sdp, QXDErrorPtr error) {

@@ -23,12 +23,15 @@ class GStreamerCountingRenderer final : public RTCVideoRenderer {
     uint64_t frames() const { return frames_.load(); }
     CGSize size() const;
     RTCVideoFramePtr lastFrame() const;
+    /// When the first frame arrived (epoch if none yet).
+    std::chrono::steady_clock::time_point firstFrameAt() const;
 
   private:
     std::atomic<uint64_t> frames_{0};
     mutable std::mutex mutex_;
     CGSize size_;
     RTCVideoFramePtr last_;
+    std::chrono::steady_clock::time_point first_{};
 };
 
 /// One side: its peer connection, local media and everything its delegate heard.
@@ -58,6 +61,8 @@ class GStreamerPeer final : public RTCPeerConnectionDelegate,
     std::vector<RTCIceConnectionState> iceStates() const;
     std::vector<RTCPeerConnectionState> connectionStates() const;
     std::vector<std::string> candidateLines() const;
+    /// When the connection state first became Connected (epoch if never).
+    std::chrono::steady_clock::time_point connectedAt() const;
     /// Where local candidates go (the other peer); until set they are kept.
     void setCandidateSink(std::function<void(const RTCIceCandidatePtr&)> sink);
 
@@ -76,6 +81,7 @@ class GStreamerPeer final : public RTCPeerConnectionDelegate,
     std::condition_variable cv_;
     std::vector<RTCIceConnectionState> ice_;
     std::vector<RTCPeerConnectionState> connection_;
+    std::chrono::steady_clock::time_point connectedAt_{};
     std::vector<std::string> candidates_;
     std::vector<RTCIceCandidatePtr> pending_;
     std::function<void(const RTCIceCandidatePtr&)> sink_;
@@ -97,6 +103,8 @@ struct GStreamerCall {
     std::shared_ptr<GStreamerPeer> a;
     std::shared_ptr<GStreamerPeer> b;
     std::string error;  ///< set when negotiation failed
+    /// Just before the offer was asked for.
+    std::chrono::steady_clock::time_point offerRequestedAt;
 
     /// Makes both peers with audio and video, runs offer/answer and trades
     /// candidates. Returns once both descriptions are applied (connection

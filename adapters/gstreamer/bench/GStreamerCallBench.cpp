@@ -1,0 +1,151 @@
+// Call set-up time and cost of a two-way 640x480 VP8 + Opus call on the
+// GStreamer engine, relayed through a coturn on loopback.
+//
+//   velmorin_gstreamer_bench [--calls N] [--seconds S]
+//
+// Prints the median (and min/max) time from asking for the offer to both
+// peers Connected and to the first remote frame at both peers, then the CPU
+// share and memory of this process during a call of S seconds.
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "GStreamerCallHarness.h"
+#include "support/TurnServerFixture.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double ms(Clock::duration d) {
+    return std::chrono::duration<double, std::milli>(d).count();
+}
+
+void printSeries(const char* name, std::vector<double> values) {
+    if (values.empty()) {
+        std::printf("%-34s no samples\n", name);
+        return;
+    }
+    std::sort(values.begin(), values.end());
+    double median = values.size() % 2
+                        ? values[values.size() / 2]
+                        : (values[values.size() / 2 - 1] + values[values.size() / 2]) / 2;
+    std::printf("%-34s median %7.1f ms   min %7.1f   max %7.1f   (n=%zu)\n", name, median,
+                values.front(), values.back(), values.size());
+}
+
+long statusKb(const char* key) {
+    std::ifstream in("/proc/self/status");
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind(key, 0) == 0) {
+            return std::atol(line.c_str() + std::strlen(key));
+        }
+    }
+    return 0;
+}
+
+double cpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    int calls = 7;
+    double seconds = 10;
+    for (int i = 1; i + 1 < argc; ++i) {
+        if (std::strcmp(argv[i], "--calls") == 0) {
+            calls = std::max(1, std::atoi(argv[++i]));
+        } else if (std::strcmp(argv[i], "--seconds") == 0) {
+            seconds = std::max(1.0, std::atof(argv[++i]));
+        }
+    }
+    TurnServerFixture turn;
+    if (!turn.start()) {
+        std::fprintf(stderr, "coturn: %s\n", turn.error().c_str());
+        return 1;
+    }
+    auto platform = RTCGstPlatform::create();
+    if (!platform) {
+        std::fprintf(stderr, "GStreamer elements missing\n");
+        return 1;
+    }
+    RTCPlatform::install(platform);
+    auto credentials = turn.credentialsForUser("bench");
+    GStreamerCallOptions options{turn.url(), credentials.username, credentials.password};
+
+    std::vector<double> toConnected;
+    std::vector<double> toFirstFrame;
+    std::vector<double> frameAfterConnected;
+    int failures = 0;
+    for (int i = 0; i < calls; ++i) {
+        std::this_thread::sleep_for(
+            std::chrono::milliseconds(300));  // keys refill, like a real gap
+        auto call = GStreamerCall::start(platform, options);
+        bool ok = call.error.empty();
+        for (auto& peer : {call.a, call.b}) {
+            ok = ok && peer->waitForConnection(RTCPeerConnectionStateConnected, 20) &&
+                 peer->waitFor(20, [&] { return peer->remoteRenderer->frames() > 0; });
+        }
+        if (!ok) {
+            ++failures;
+            std::fprintf(stderr, "call %d did not connect: %s\n", i, call.error.c_str());
+        } else {
+            auto connected = std::max(call.a->connectedAt(), call.b->connectedAt());
+            auto frame = std::max(call.a->remoteRenderer->firstFrameAt(),
+                                  call.b->remoteRenderer->firstFrameAt());
+            toConnected.push_back(ms(connected - call.offerRequestedAt));
+            toFirstFrame.push_back(ms(frame - call.offerRequestedAt));
+            frameAfterConnected.push_back(ms(frame - connected));
+        }
+        call.close();
+    }
+    std::printf("GStreamer engine, relay-only through coturn on loopback, %d calls (%d failed)\n",
+                calls, failures);
+    printSeries("offer -> both Connected", toConnected);
+    printSeries("offer -> first frame at both", toFirstFrame);
+    printSeries("Connected -> first frame", frameAfterConnected);
+
+    // Cost of one running call.
+    long rssBefore = statusKb("VmRSS:");
+    auto call = GStreamerCall::start(platform, options);
+    if (!call.error.empty() || !call.a->waitForConnection(RTCPeerConnectionStateConnected, 20) ||
+        !call.b->waitForConnection(RTCPeerConnectionStateConnected, 20)) {
+        std::fprintf(stderr, "the measured call did not connect: %s\n", call.error.c_str());
+        return 1;
+    }
+    std::this_thread::sleep_for(std::chrono::seconds(2));  // past the start-up
+    double cpu0 = cpuSeconds();
+    auto wall0 = Clock::now();
+    uint64_t framesA0 = call.a->remoteRenderer->frames();
+    uint64_t framesB0 = call.b->remoteRenderer->frames();
+    uint64_t sentA0 = call.a->pc->stats().videoFramesSent;
+    uint64_t decodedA0 = call.a->pc->stats().videoFramesDecoded;
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    double wall = std::chrono::duration<double>(Clock::now() - wall0).count();
+    double cpu = cpuSeconds() - cpu0;
+    double fpsA = double(call.a->remoteRenderer->frames() - framesA0) / wall;
+    double fpsB = double(call.b->remoteRenderer->frames() - framesB0) / wall;
+    std::printf("  sent by a %.1f fps, decoded by a %.1f fps\n",
+                double(call.a->pc->stats().videoFramesSent - sentA0) / wall,
+                double(call.a->pc->stats().videoFramesDecoded - decodedA0) / wall);
+    std::printf("two-way 640x480 VP8+Opus call (both peers in this process), %.0f s:\n", wall);
+    std::printf("  CPU %.0f%% of one core (%.2f cores), remote video %.1f / %.1f fps\n",
+                100 * cpu / wall, cpu / wall, fpsA, fpsB);
+    std::printf("  memory RSS %ld MiB (+%ld MiB for the call), peak %ld MiB\n",
+                statusKb("VmRSS:") / 1024, (statusKb("VmRSS:") - rssBefore) / 1024,
+                statusKb("VmHWM:") / 1024);
+    call.close();
+    RTCPlatform::install(nullptr);
+    return failures ? 1 : 0;
+}
