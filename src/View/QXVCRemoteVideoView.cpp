@@ -41,8 +41,8 @@ void QXVCRemoteVideoView::reportSize(CGSize size) {
         size_ = size;
         delegate = delegate_.lock();
     }
-    if (delegate) {
-        std::shared_ptr<RTCVideoRenderer> self = shared_from_this();
+    std::shared_ptr<RTCVideoRenderer> self = weak_from_this().lock();
+    if (delegate && self) {
         qxvc::safeCall("QXVCRemoteVideoView videoView:didChangeVideoSize:",
                        [&] { delegate->videoView(self, size); });
     }

@@ -1,0 +1,221 @@
+// The coordinator's audio session and shared media objects, on the fake engine
+// and a manual main queue.
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "VelmorinVideoChat/QXVCMain.h"
+#include "VelmorinVideoChat/QXVCTypesInternal.h"
+#include "VelmorinVideoChat/Utils/QXVCDeviceUtils.h"
+#include "support/FakeRTCPlatform.h"
+
+namespace {
+
+class MediaFactoryTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        // Start from an empty set whatever earlier tests prepared.
+        FakeRTCPlatform::uninstall();
+        QXVCMain::prepareVideoDevice();
+        rtc = FakeRTCPlatform::install();
+        queue = QXVCManualQueue::create("main");
+        QXVCMainQueue::replaceForTesting(queue);
+        QXVCMain::setLogLevel(QXVCInternalLogLevelDebug);
+        QXVCMain::setLogSink([this](const std::string& line) {
+            std::lock_guard lock(logMutex);
+            logLines.push_back(line);
+        });
+    }
+    void TearDown() override {
+        QXVCMain::resetForTesting();
+        FakeRTCPlatform::uninstall();
+        QXVCMain::prepareVideoDevice();
+        QXVCMainQueue::replaceForTesting(nullptr);
+    }
+    std::vector<std::string> logs() {
+        std::lock_guard lock(logMutex);
+        return logLines;
+    }
+
+    std::shared_ptr<FakeRTCPlatform> rtc;
+    std::shared_ptr<QXVCManualQueue> queue;
+    std::mutex logMutex;
+    std::vector<std::string> logLines;
+};
+
+TEST_F(MediaFactoryTest, GettersAreNilUntilPreparedThenReturnTheSameWiredSet) {
+    EXPECT_EQ(QXVCMain::getPeerConnectionFactory(), nullptr);
+    EXPECT_EQ(QXVCMain::getVideoSource(), nullptr);
+    EXPECT_EQ(QXVCMain::getCameraVideoCapturer(), nullptr);
+    EXPECT_TRUE(rtc->factories().empty()) << "getters must never create anything";
+
+    QXVCMain::prepareVideoDevice();
+    const auto factory = QXVCMain::getPeerConnectionFactory();
+    const auto source = QXVCMain::getVideoSource();
+    const auto capturer = QXVCMain::getCameraVideoCapturer();
+    ASSERT_NE(factory, nullptr);
+    ASSERT_NE(source, nullptr);
+    ASSERT_NE(capturer, nullptr);
+    EXPECT_EQ(QXVCMain::getPeerConnectionFactory(), factory);
+    EXPECT_EQ(QXVCMain::getVideoSource(), source);
+    EXPECT_EQ(QXVCMain::getCameraVideoCapturer(), capturer);
+
+    // The set is wired: the source comes from the factory, the capturer feeds it,
+    // and the factory got both codec factories with the first codec preferred.
+    const auto fakeFactory = rtc->lastFactory();
+    ASSERT_EQ(fakeFactory, factory);
+    ASSERT_EQ(fakeFactory->videoSources().size(), 1u);
+    EXPECT_EQ(fakeFactory->videoSources()[0], source);
+    EXPECT_EQ(capturer->delegate().lock(), source);
+    ASSERT_NE(fakeFactory->encoderFactory(), nullptr);
+    ASSERT_NE(fakeFactory->decoderFactory(), nullptr);
+    ASSERT_NE(fakeFactory->encoderFactory()->preferredCodec(), nullptr);
+    EXPECT_EQ(fakeFactory->encoderFactory()->preferredCodec()->name(), kRTCVideoCodecVp8Name);
+}
+
+TEST_F(MediaFactoryTest, SecondPrepareMakesNewObjectsAndOldOnesKeepWorking) {
+    QXVCMain::prepareVideoDevice();
+    const auto oldFactory = QXVCMain::getPeerConnectionFactory();
+    const auto oldSource = QXVCMain::getVideoSource();
+    const auto oldCapturer = QXVCMain::getCameraVideoCapturer();
+
+    QXVCMain::prepareVideoDevice();
+    EXPECT_NE(QXVCMain::getPeerConnectionFactory(), oldFactory);
+    EXPECT_NE(QXVCMain::getVideoSource(), oldSource);
+    EXPECT_NE(QXVCMain::getCameraVideoCapturer(), oldCapturer);
+    EXPECT_EQ(QXVCMain::getCameraVideoCapturer()->delegate().lock(), QXVCMain::getVideoSource());
+
+    // A call that took the old set still captures into the old source.
+    const auto devices = QXVCMain::getCameraDeviceList();
+    ASSERT_FALSE(devices.empty());
+    oldCapturer->startCaptureWithDevice(devices[0], devices[0]->formats()[0], 30);
+    ASSERT_TRUE(rtc->capturers()[0]->captureFrame());
+    EXPECT_EQ(rtc->factories()[0]->videoSources()[0]->framesReceived(), 1u);
+    EXPECT_EQ(rtc->factories()[1]->videoSources()[0]->framesReceived(), 0u);
+    EXPECT_NE(oldFactory->videoTrackWithSource(oldSource, kQXVCVideoTrackId), nullptr);
+}
+
+TEST_F(MediaFactoryTest, PreferredCodecIsTheFirstAvailableOneOrNone) {
+    auto h264 = std::make_shared<RTCVideoCodecInfo>(kRTCVideoCodecH264Name);
+    auto vp8 = std::make_shared<RTCVideoCodecInfo>(kRTCVideoCodecVp8Name);
+    rtc->setEncoderCodecs({h264, vp8});
+    EXPECT_EQ(QXVCDeviceUtils::availableVideoCodecs(),
+              (std::vector<RTCVideoCodecInfoPtr>{h264, vp8}));
+    QXVCMain::prepareVideoDevice();
+    EXPECT_EQ(rtc->lastFactory()->encoderFactory()->preferredCodec(), h264);
+
+    rtc->setEncoderCodecs({});
+    EXPECT_TRUE(QXVCDeviceUtils::availableVideoCodecs().empty());
+    QXVCMain::prepareVideoDevice();
+    EXPECT_EQ(rtc->lastFactory()->encoderFactory()->preferredCodec(), nullptr);
+    EXPECT_NE(QXVCMain::getPeerConnectionFactory(), nullptr);
+}
+
+TEST_F(MediaFactoryTest, CameraDeviceListIsTheEnginesInItsOrder) {
+    auto make = [](const char* id, AVCaptureDevicePosition position) {
+        return std::make_shared<RTCCaptureDevice>(id, id, position,
+                                                  std::vector<RTCCaptureDeviceFormatPtr>{});
+    };
+    const std::vector<RTCCaptureDevicePtr> devices = {
+        make("usb", AVCaptureDevicePositionUnspecified), make("back", AVCaptureDevicePositionBack),
+        make("front", AVCaptureDevicePositionFront)};
+    rtc->setCaptureDevices(devices);
+    EXPECT_EQ(QXVCMain::getCameraDeviceList(), devices);
+}
+
+TEST_F(MediaFactoryTest, ConfigureAudioSessionAppliesMultiRouteVoiceChatInactiveUnderTheLock) {
+    const auto session = rtc->fakeAudioSession();
+    ASSERT_TRUE(session->setActive(true));
+    rtc->context()->clearEntries();
+
+    QXVCMain::configureAudioSession();
+    EXPECT_EQ(
+        rtc->context()->entries(),
+        (std::vector<std::string>{"audioSession.lockForConfiguration()",
+                                  "audioSession.overrideOutputAudioPort(none)",
+                                  "audioSession.setConfiguration(AVAudioSessionCategoryMultiRoute,"
+                                  "AVAudioSessionModeVoiceChat,active=0)",
+                                  "audioSession.unlockForConfiguration()"}));
+    EXPECT_EQ(session->category(), AVAudioSessionCategoryMultiRoute);
+    EXPECT_EQ(session->mode(), AVAudioSessionModeVoiceChat);
+    EXPECT_FALSE(session->isActive());
+    EXPECT_FALSE(session->isLocked());
+    EXPECT_EQ(logs(), (std::vector<std::string>{"[QXVC] Audio session configured"}));
+
+    // Errors from the session are ignored, and the lock is still released.
+    session->setFailsChanges(true);
+    QXVCMain::configureAudioSession();
+    EXPECT_FALSE(session->isLocked());
+}
+
+TEST_F(MediaFactoryTest, AudioActivationGatesTheMicrophoneWithoutTheConfigurationLock) {
+    QXVCMain::prepareVideoDevice();
+    const auto factory = QXVCMain::getPeerConnectionFactory();
+    auto track = std::dynamic_pointer_cast<FakeRTCAudioTrack>(factory->audioTrackWithSource(
+        factory->audioSourceWithConstraints(nullptr), kQXVCAudioTrackId));
+    ASSERT_NE(track, nullptr);
+    rtc->context()->clearEntries();
+
+    EXPECT_TRUE(track->isSendingSilence()) << "the session starts inactive";
+    QXVCMain::startAudio();
+    EXPECT_FALSE(track->isSendingSilence());
+    QXVCMain::stopAudio();
+    EXPECT_TRUE(track->isSendingSilence());
+    EXPECT_EQ(rtc->context()->entries(),
+              (std::vector<std::string>{"audioSession.setActive(1)", "audioSession.setActive(0)"}));
+    EXPECT_EQ(logs(), (std::vector<std::string>{"[QXVC] Audio started.", "[QXVC] Audio stopped."}));
+}
+
+TEST_F(MediaFactoryTest, SpeakerRoutesOnTheMainQueueInOrderAndProximityStaysOn) {
+    const auto session = rtc->fakeAudioSession();
+    QXVCMain::stopSpeaker();
+    QXVCMain::startSpeaker();
+    EXPECT_TRUE(session->portOverrides().empty()) << "nothing happens before the main queue runs";
+    EXPECT_TRUE(logs().empty());
+    EXPECT_FALSE(rtc->isProximityMonitoringEnabled());
+
+    queue->runUntilIdle();
+    using Override = std::pair<AVAudioSessionPortOverride, bool>;
+    EXPECT_EQ(session->portOverrides(),
+              (std::vector<Override>{{AVAudioSessionPortOverrideNone, true},
+                                     {AVAudioSessionPortOverrideSpeaker, true}}));
+    EXPECT_EQ(session->outputRoute(), RTCAudioOutputRouteSpeaker);
+    EXPECT_TRUE(rtc->isProximityMonitoringEnabled()) << "startSpeaker leaves proximity on";
+    EXPECT_EQ(rtc->proximityHistory(), (std::vector<bool>{true}));
+    // The play-and-record configuration is built but never applied.
+    EXPECT_TRUE(session->appliedConfigurations().empty());
+    EXPECT_FALSE(session->isLocked());
+    EXPECT_EQ(logs(),
+              (std::vector<std::string>{"[QXVC] Speaker stopped.", "[QXVC] Speaker started."}));
+
+    EXPECT_LT(rtc->context()->indexOf("audioSession.unlockForConfiguration()"),
+              rtc->context()->indexOf("device.setProximityMonitoringEnabled(1)"))
+        << "proximity is turned on after the route is set";
+}
+
+TEST_F(MediaFactoryTest, WithoutAnEngineEverythingIsANoOp) {
+    QXVCMain::prepareVideoDevice();
+    ASSERT_NE(QXVCMain::getPeerConnectionFactory(), nullptr);
+    FakeRTCPlatform::uninstall();
+
+    QXVCMain::configureAudioSession();
+    QXVCMain::startAudio();
+    QXVCMain::stopAudio();
+    QXVCMain::startSpeaker();
+    QXVCMain::stopSpeaker();
+    queue->runUntilIdle();
+    EXPECT_TRUE(QXVCMain::getCameraDeviceList().empty());
+    EXPECT_TRUE(QXVCDeviceUtils::availableVideoCodecs().empty());
+    EXPECT_FALSE(rtc->isProximityMonitoringEnabled());
+    EXPECT_TRUE(rtc->fakeAudioSession()->activeRequests().empty());
+
+    // Preparing again replaces the set with an empty one.
+    QXVCMain::prepareVideoDevice();
+    EXPECT_EQ(QXVCMain::getPeerConnectionFactory(), nullptr);
+    EXPECT_EQ(QXVCMain::getVideoSource(), nullptr);
+    EXPECT_EQ(QXVCMain::getCameraVideoCapturer(), nullptr);
+}
+
+}  // namespace
