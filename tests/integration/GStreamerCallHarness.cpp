@@ -255,8 +255,9 @@ GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platfo
     auto remoteAnswer = answer.first;
     if (options.tamperAnswerFingerprint) {
         std::string sdp = remoteAnswer->sdp();
-        auto at = sdp.find("a=fingerprint:sha-256 ");
-        if (at != std::string::npos) {
+        // Every media line names the same, now wrong, certificate.
+        for (auto at = sdp.find("a=fingerprint:sha-256 "); at != std::string::npos;
+             at = sdp.find("a=fingerprint:sha-256 ", at + 1)) {
             char& c = sdp[at + 22];
             c = c == 'A' ? 'B' : 'A';
         }
