@@ -90,8 +90,8 @@ struct RTCGstPeerConnection::Impl {
     bool setUp(const RTCConfiguration& configuration);
     /// Stops media and hands the pipeline to the signalling queue to be freed.
     void tearDown();
-    static void destroyPipeline(GstElement* pipeline, RTCGstRef* ref,
-                                std::vector<GstElement*> refs);
+    static void destroyPipeline(const std::shared_ptr<QXVCSerialQueue>& queue, GstElement* pipeline,
+                                RTCGstRef* ref, std::vector<GstElement*> refs);
 
     // Media branches (RTCGstBranches.cpp).
     /// Offerer: a webrtcbin transceiver for every transceiver not yet built.

@@ -1,6 +1,9 @@
 // Set-up and tear-down of a peer connection's webrtcbin pipeline, and the
 // GStreamer signal handlers that feed the signalling queue.
+#include <agent.h>
 #include <gst/webrtc/webrtc.h>
+
+#include <algorithm>
 
 #include "Platform/RTC/RTCLogging.h"
 #include "RTCGstCertificates.h"
@@ -230,7 +233,7 @@ bool Impl::setUp(const RTCConfiguration& configuration) {
     g_signal_connect(webrtc, "pad-added", G_CALLBACK(onPadAddedSignal), ref);
     gst_bin_add(GST_BIN(pipeline), webrtc);
     if (gst_element_set_state(pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
-        destroyPipeline(pipeline, nullptr, {});
+        destroyPipeline(nullptr, pipeline, nullptr, {});
         pipeline = nullptr;
         webrtc = nullptr;
         return false;
@@ -241,16 +244,95 @@ bool Impl::setUp(const RTCConfiguration& configuration) {
     return true;
 }
 
-void Impl::destroyPipeline(GstElement* pipe, RTCGstRef* callbackRef,
-                           std::vector<GstElement*> refs) {
+namespace {
+
+/// A pipeline on its way out, waiting for its ICE agents to release their TURN
+/// allocations.
+struct Retiring {
+    std::shared_ptr<QXVCSerialQueue> queue;
+    GstElement* pipeline = nullptr;
+    RTCGstRef* ref = nullptr;
+    std::vector<GstElement*> refs;
+    std::vector<GObject*> agents;
+    std::atomic<int> pending{0};
+    std::atomic<bool> finished{false};
+    QXVCTimerPtr timer;
+
+    void finish() {
+        if (finished.exchange(true)) {
+            return;
+        }
+        if (timer) {
+            timer->cancel();
+        }
+        if (pipeline) {
+            gst_element_set_state(pipeline, GST_STATE_NULL);
+            gst_object_unref(pipeline);
+        }
+        for (GstElement* element : refs) {
+            gst_object_unref(element);
+        }
+        for (GObject* agent : agents) {
+            g_object_unref(agent);
+        }
+        delete ref;
+    }
+};
+
+constexpr double kTurnReleaseWait = 2.0;
+
+}  // namespace
+
+void Impl::destroyPipeline(const std::shared_ptr<QXVCSerialQueue>& queue, GstElement* pipe,
+                           RTCGstRef* callbackRef, std::vector<GstElement*> refs) {
+    auto retiring = std::make_shared<Retiring>();
+    retiring->queue = queue;
+    retiring->pipeline = pipe;
+    retiring->ref = callbackRef;
+    retiring->refs = std::move(refs);
+    // webrtcbin's ICE agents. Closing them makes libnice delete the TURN
+    // allocations (a refresh with lifetime 0) instead of leaving them to expire
+    // on the server; the pipeline stops once that is answered, or after a short
+    // wait when the server does not answer.
     if (pipe) {
-        gst_element_set_state(pipe, GST_STATE_NULL);
-        gst_object_unref(pipe);
+        GstIterator* it = gst_bin_iterate_recurse(GST_BIN(pipe));
+        GValue item = G_VALUE_INIT;
+        while (gst_iterator_next(it, &item) == GST_ITERATOR_OK) {
+            auto* element = GST_ELEMENT(g_value_get_object(&item));
+            if (factoryName(element) == "nicesrc") {
+                NiceAgent* agent = nullptr;
+                g_object_get(element, "agent", &agent, nullptr);
+                if (agent && std::find(retiring->agents.begin(), retiring->agents.end(),
+                                       G_OBJECT(agent)) == retiring->agents.end()) {
+                    retiring->agents.push_back(G_OBJECT(agent));
+                } else if (agent) {
+                    g_object_unref(agent);
+                }
+            }
+            g_value_reset(&item);
+        }
+        g_value_unset(&item);
+        gst_iterator_free(it);
     }
-    for (GstElement* element : refs) {
-        gst_object_unref(element);
+    if (retiring->agents.empty() || !queue) {
+        retiring->finish();
+        return;
     }
-    delete callbackRef;
+    retiring->pending = static_cast<int>(retiring->agents.size());
+    retiring->timer = queue->asyncAfter(kTurnReleaseWait, [retiring] { retiring->finish(); });
+    for (GObject* agent : retiring->agents) {
+        nice_agent_close_async(
+            NICE_AGENT(agent),
+            [](GObject*, GAsyncResult*, gpointer data) {
+                auto* held = static_cast<std::shared_ptr<Retiring>*>(data);
+                if (--(*held)->pending == 0) {
+                    // Not on the agent's own thread: stopping webrtcbin joins it.
+                    (*held)->queue->async([r = *held] { r->finish(); });
+                }
+                delete held;
+            },
+            new std::shared_ptr<Retiring>(retiring));
+    }
 }
 
 void Impl::tearDown() {
@@ -302,5 +384,7 @@ void Impl::tearDown() {
     }
     // Stopping the pipeline releases the TURN allocations. It blocks until the
     // streaming threads have stopped, so it runs on the signalling queue.
-    pc.queue_->async([pipe, callbackRef, refs] { destroyPipeline(pipe, callbackRef, refs); });
+    auto queue = pc.queue_;
+    queue->async(
+        [queue, pipe, callbackRef, refs] { destroyPipeline(queue, pipe, callbackRef, refs); });
 }

@@ -60,3 +60,21 @@ TEST_F(GStreamerCallTest, RelayOnlyCallCarriesVideoAndAudioBothWays) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(GStreamerCallTest, CloseReleasesTheTurnAllocations) {
+    call_ = GStreamerCall::start(platform_, callOptions("carol"));
+    ASSERT_TRUE(call_.error.empty()) << call_.error;
+    for (auto& peer : {call_.a, call_.b}) {
+        ASSERT_TRUE(peer->waitForConnection(RTCPeerConnectionStateConnected, 30)) << peer->name;
+    }
+    call_.close();
+    EXPECT_EQ(call_.a->pc->connectionState(), RTCPeerConnectionStateClosed);
+    EXPECT_EQ(call_.a->pc->iceConnectionState(), RTCIceConnectionStateClosed);
+    // Both allocations are refreshed to a lifetime of 0 (deleted) by the client.
+    EXPECT_TRUE(call_.a->waitFor(10, [&] { return turn_.countLogLines("lifetime=0") >= 2; }))
+        << "see " << turn_.logPath();
+}
+
+}  // namespace

@@ -108,7 +108,8 @@ bool TurnServerFixture::start() {
                                      "--pidfile=" + dir_ + "/turnserver.pid",
                                      "--log-file=" + logPath_,
                                      "--simple-log",
-                                     "--no-stdout-log"};
+                                     "--no-stdout-log",
+                                     "--verbose"};
     std::vector<char*> argv;
     for (auto& arg : args) {
         argv.push_back(arg.data());
