@@ -1,0 +1,162 @@
+// QXVCMain: the library's facade and coordinator.
+//
+// One instance exists per process (`sharedInstance`); every public operation is
+// class-level and works on that instance. It is created on first use, exactly
+// once even when several threads race for it, and it registers one channel
+// delegate with the chat port (QXDMain::addChannelDelegate) so that chat events
+// reach the library. Nothing is torn down: the instance lives as long as the
+// process.
+//
+// This header covers configuration, the log switch, the application's
+// delegates and the queue on which every completion handler and delegate
+// callback runs. No operation throws.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VelmorinVideoChat/Delegates/QXVCVideoChatDelegate.h"
+#include "VelmorinVideoChat/Delegates/QXVCVideoViewDelegate.h"
+#include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
+#include "VelmorinVideoChat/QXVCTypes.h"
+#include "VelmorinVideoChat/Utils/QXVCFormat.h"
+
+class RTCPeerConnectionFactory;
+class RTCVideoSource;
+class RTCCameraVideoCapturer;
+class RTCCaptureDevice;
+
+/// Receives each printed log line (without a trailing line break).
+using QXVCLogSink = std::function<void(const std::string& line)>;
+
+/// The application's delegates by identifier. Values are weak: a delegate that
+/// was destroyed yields nothing from lock() and is skipped.
+using QXVCVideoChatDelegateTable = std::map<std::string, std::weak_ptr<QXVCVideoChatDelegate>>;
+
+class QXVCMain {
+  public:
+    ~QXVCMain();
+    QXVCMain(const QXVCMain&) = delete;
+    QXVCMain& operator=(const QXVCMain&) = delete;
+
+    /// The process-wide instance, created on first use.
+    static std::shared_ptr<QXVCMain> sharedInstance();
+
+    // ---- Configuration -------------------------------------------------------
+
+    /// The application's set-up call: configures the audio session, then
+    /// prepares the camera capturer, the video source and the peer-connection
+    /// factory.
+    static void config();
+    /// "0.9.1".
+    static std::string getSDKVersion();
+
+    /// Start-call timeout in seconds, initially 30. A value outside 30..60
+    /// (inclusive) is ignored without a message.
+    static void setStartCallTimeout(long seconds);
+    /// The stored start-call timeout (logs it at the debug level).
+    static long getStartCallTimeout();
+    /// Whether two simultaneous starts in one channel are merged into one call.
+    /// Off by default.
+    static void setAutoAcceptSimultaneousStartCall(bool enabled);
+    static bool getAutoAcceptSimultaneousStartCall();
+
+    // ---- Logging -------------------------------------------------------------
+
+    /// Stores the log level. Any integer is accepted unchanged. The library's own
+    /// diagnostics are written at QXVCInternalLogLevelDebug (1112017), above every
+    /// public level, so they print only when the level is 1112017 or more. The
+    /// default, 0, prints nothing.
+    static void setLogLevel(long level);
+    static long getLogLevel();
+
+    /// Prints `format` filled with `args` (printf-style, "%@" for objects: see
+    /// qxvc::format) if and only if the stored level is >= `level`, compared as
+    /// signed integers. Nothing is formatted when the line is not printed.
+    template <typename... Args>
+    static void logWithLevel(long level, std::string_view format, const Args&... args) {
+        if (getLogLevel() >= level) {
+            writeLogLine(qxvc::format(format, args...));
+        }
+    }
+
+    /// Replaces where printed lines go. The default sink writes each line to
+    /// stderr with a time stamp and the process name and id; nullptr restores
+    /// it. An application may route the library's lines into its own log; tests
+    /// capture them. The sink may be called from any thread; an exception it
+    /// throws is swallowed.
+    static void setLogSink(QXVCLogSink sink);
+
+    // ---- Application delegates ----------------------------------------------
+    //
+    // Writes are visible to every read that starts after they return. The
+    // library keeps weak references only.
+
+    /// Registers `delegate` under `identifier`, replacing a delegate already
+    /// registered under it. A null delegate removes the entry.
+    static void addVideoChatDelegate(const QXVCVideoChatDelegatePtr& delegate,
+                                     const std::string& identifier);
+    /// Removes the entry; an unknown identifier does nothing.
+    static void removeVideoChatDelegateWithIdentifier(const std::string& identifier);
+    static void removeAllVideoChatDelegates();
+    /// A snapshot of the table, in identifier order. Delegates added or removed
+    /// afterwards do not change it; a delegate destroyed afterwards is skipped
+    /// by whoever walks it (lock() yields nothing).
+    static QXVCVideoChatDelegateTable getVideoChatDelegates();
+
+    /// The single video-view delegate, held weakly.
+    static void setVideoViewDelegate(const QXVCVideoViewDelegatePtr& delegate);
+    static void removeVideoViewDelegate();
+    /// The delegate, or nullptr when none is set or it was destroyed.
+    static QXVCVideoViewDelegatePtr getVideoViewDelegate();
+
+    // ---- Completion-handler queue -------------------------------------------
+
+    /// The queue on which every completion handler and delegate callback runs.
+    /// nullptr (the default) means the main queue, QXVCMainQueue::get(), as it is
+    /// at the time a block is posted.
+    static void setCompletionHandlerDelegateQueue(QXVCDispatchQueuePtr queue);
+    /// The queue set, or the main queue when none is.
+    static QXVCDispatchQueuePtr getCompletionHandlerDelegateQueue();
+    /// Posts `block` to the completion-handler queue; it never runs inline, even
+    /// when called from that queue. A null block does nothing. An exception
+    /// thrown by the block is caught and reported on stderr.
+    static void performCompletionHandlerDelegateQueueBlock(std::function<void()> block);
+
+    // ---- Audio session and media factory ------------------------------------
+
+    static void configureAudioSession();
+    static void startAudio();
+    static void stopAudio();
+    static void startSpeaker();
+    static void stopSpeaker();
+    static void prepareVideoDevice();
+    static std::shared_ptr<RTCPeerConnectionFactory> getPeerConnectionFactory();
+    static std::shared_ptr<RTCVideoSource> getVideoSource();
+    static std::shared_ptr<RTCCameraVideoCapturer> getCameraVideoCapturer();
+    static std::vector<std::shared_ptr<RTCCaptureDevice>> getCameraDeviceList();
+
+    // ---- Tests ---------------------------------------------------------------
+
+    /// For tests only: puts the instance's settings back to their initial values
+    /// (log level 0 and the default sink, no delegates, the main queue, timeout
+    /// 30, auto-accept off, no call going on). The instance and its channel
+    /// delegate registration stay.
+    static void resetForTesting();
+
+    /// "<QXVCMain: 0x...>"; also the identifier of its channel delegate.
+    std::string description() const;
+
+    struct State;
+
+  private:
+    QXVCMain();
+    static void writeLogLine(const std::string& line);
+    static State& state();
+
+    std::unique_ptr<State> state_;
+};

@@ -1,0 +1,4 @@
+#include "QXVCMainChannelDelegate.h"
+
+void QXVCMainChannelDelegate::channel(const QXDBaseChannelPtr& /*channel*/,
+                                      const QXDBaseMessagePtr& /*message*/) {}

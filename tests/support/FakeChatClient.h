@@ -1,0 +1,87 @@
+// A recording chat client for unit tests: it implements the chat port with
+// in-memory channels, records every message sent and every delegate
+// registration, and can be told to fail a lookup or a send. Send and lookup
+// callbacks run synchronously on the calling thread. Thread-safe.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
+
+class FakeChatClient;
+
+class FakeGroupChannel : public QXDGroupChannel {
+  public:
+    FakeGroupChannel(std::weak_ptr<FakeChatClient> client, std::string url, bool isPublic,
+                     bool isSuper, std::vector<QXDUser> members);
+
+    std::string channelUrl() const override { return url_; }
+    bool isPublic() const override { return isPublic_; }
+    bool isSuper() const override { return isSuper_; }
+    long memberCount() const override { return static_cast<long>(members_.size()); }
+    std::vector<QXDUser> members() const override { return members_; }
+    QXDUserMessagePtr sendUserMessageWithParams(const QXDUserMessageParamsPtr& params,
+                                                QXDUserMessageHandler handler) override;
+
+  private:
+    std::weak_ptr<FakeChatClient> client_;
+    std::string url_;
+    bool isPublic_;
+    bool isSuper_;
+    std::vector<QXDUser> members_;
+};
+
+class FakeChatClient : public QXDChatClient, public std::enable_shared_from_this<FakeChatClient> {
+  public:
+    struct Sent {
+        std::string channelUrl;
+        std::string message;
+        std::string customType;
+        std::string data;
+    };
+
+    static std::shared_ptr<FakeChatClient> create(
+        std::optional<std::string> currentUserId = "alice");
+
+    /// A private two-member channel (the current user and "bob") unless told otherwise.
+    std::shared_ptr<FakeGroupChannel> addChannel(const std::string& url, bool isPublic = false,
+                                                 bool isSuper = false,
+                                                 std::vector<QXDUser> members = {});
+
+    /// Every lookup fails with `error` (nullptr: lookups work again).
+    void failLookups(QXDErrorPtr error);
+    /// Every send fails with `error` (nullptr: sends work again).
+    void failSends(QXDErrorPtr error);
+
+    std::vector<Sent> sent() const;
+    size_t lookupCount() const;
+    /// Identifiers of the channel delegates registered and still alive.
+    std::vector<std::string> delegateIdentifiers() const;
+
+    // QXDChatClient
+    QXDUserPtr getCurrentUser() const override;
+    void getGroupChannel(const std::string& channelUrl, QXDGroupChannelHandler handler) override;
+    void addChannelDelegate(const QXDChannelDelegatePtr& delegate,
+                            const std::string& identifier) override;
+    void removeChannelDelegate(const std::string& identifier) override;
+
+    /// Called by FakeGroupChannel: records and stores the message, or fails.
+    std::pair<QXDUserMessagePtr, QXDErrorPtr> store(const std::string& channelUrl,
+                                                    const QXDUserMessageParams& params);
+
+  private:
+    mutable std::mutex mutex_;
+    QXDUserPtr currentUser_;
+    std::map<std::string, std::shared_ptr<FakeGroupChannel>> channels_;
+    std::map<std::string, std::weak_ptr<QXDChannelDelegate>> delegates_;
+    QXDErrorPtr lookupError_;
+    QXDErrorPtr sendError_;
+    std::vector<Sent> sent_;
+    size_t lookups_ = 0;
+    int64_t nextMessageId_ = 1000;
+};

@@ -1,0 +1,207 @@
+#include <atomic>
+#include <thread>
+
+#include "QXVCMainDelegateFanOut.h"
+#include "unit/Coordinator/CoordinatorFixture.h"
+
+namespace {
+
+/// A delegate that records the events it hears under its own name.
+struct Recorder {
+    std::vector<std::string>* log;
+    QXVCVideoChatDelegatePtr make(const std::string& name) {
+        auto delegate = std::make_shared<QXVCVideoChatDelegate>();
+        auto* sink = log;
+        delegate->didOpenCall = [sink, name](const QXVCCallPtr&) {
+            sink->push_back(name + ":open");
+        };
+        delegate->didSendEndCall = [sink, name](const QXVCCallPtr&, const QXDUserMessagePtr& m) {
+            sink->push_back(name + ":end:" + (m ? m->data() : "(null)"));
+        };
+        return delegate;
+    }
+};
+
+TEST_F(CoordinatorTest, TableAddsReplacesAndRemovesByIdentifier) {
+    auto a = std::make_shared<QXVCVideoChatDelegate>();
+    auto b = std::make_shared<QXVCVideoChatDelegate>();
+    QXVCMain::addVideoChatDelegate(a, "x");
+    QXVCMain::addVideoChatDelegate(a, "y");
+    EXPECT_EQ(QXVCMain::getVideoChatDelegates().size(), 2u);
+
+    QXVCMain::addVideoChatDelegate(b, "x");  // replaces
+    auto table = QXVCMain::getVideoChatDelegates();
+    ASSERT_EQ(table.size(), 2u);
+    EXPECT_EQ(table["x"].lock(), b);
+    EXPECT_EQ(table["y"].lock(), a);
+
+    QXVCMain::removeVideoChatDelegateWithIdentifier("unknown");
+    QXVCMain::removeVideoChatDelegateWithIdentifier("y");
+    table = QXVCMain::getVideoChatDelegates();
+    ASSERT_EQ(table.size(), 1u);
+    EXPECT_EQ(table.begin()->first, "x");
+
+    QXVCMain::addVideoChatDelegate(nullptr, "x");  // a null delegate removes the entry
+    EXPECT_TRUE(QXVCMain::getVideoChatDelegates().empty());
+
+    QXVCMain::addVideoChatDelegate(a, "p");
+    QXVCMain::addVideoChatDelegate(b, "q");
+    QXVCMain::removeAllVideoChatDelegates();
+    EXPECT_TRUE(QXVCMain::getVideoChatDelegates().empty());
+
+    // The table does not keep a delegate alive.
+    QXVCMain::addVideoChatDelegate(a, "x");
+    a.reset();
+    EXPECT_EQ(QXVCMain::getVideoChatDelegates()["x"].lock(), nullptr);
+}
+
+TEST_F(CoordinatorTest, FanOutPostsOneTaskPerLiveImplementingDelegateInTableOrder) {
+    std::vector<std::string> log;
+    Recorder recorder{&log};
+    auto b = recorder.make("b");
+    auto a = recorder.make("a");
+    auto gone = recorder.make("gone");
+    auto silent = std::make_shared<QXVCVideoChatDelegate>();  // implements nothing
+    QXVCMain::addVideoChatDelegate(b, "2-b");
+    QXVCMain::addVideoChatDelegate(a, "1-a");
+    QXVCMain::addVideoChatDelegate(gone, "3-gone");
+    QXVCMain::addVideoChatDelegate(silent, "4-silent");
+    gone.reset();
+
+    auto message = std::make_shared<const QXDUserMessage>(7, "c", "QX_VIDEOCHAT", "QX_VIDEOCHAT_id",
+                                                          "ENCA{}", nullptr);
+    qxvc::notifyVideoChatDelegates(&QXVCVideoChatDelegate::didSendEndCall, QXVCCallPtr(), message);
+    qxvc::notifyVideoChatDelegates(&QXVCVideoChatDelegate::didOpenCall, QXVCCallPtr());
+    message.reset();  // the tasks hold the argument
+
+    EXPECT_TRUE(log.empty());  // never inline
+    EXPECT_EQ(queue->pendingCount(), 4u);
+    queue->runUntilIdle();
+    EXPECT_EQ(log, (std::vector<std::string>{"a:end:ENCA{}", "b:end:ENCA{}", "a:open", "b:open"}));
+
+    // A delegate destroyed between posting and running hears nothing.
+    qxvc::notifyVideoChatDelegates(&QXVCVideoChatDelegate::didOpenCall, QXVCCallPtr());
+    b.reset();
+    log.clear();
+    queue->runUntilIdle();
+    EXPECT_EQ(log, (std::vector<std::string>{"a:open"}));
+}
+
+TEST_F(CoordinatorTest, CompletionBlocksNeverRunInline) {
+    std::vector<int> order;
+    QXVCMain::performCompletionHandlerDelegateQueueBlock(nullptr);
+    EXPECT_EQ(queue->pendingCount(), 0u);
+
+    QXVCMain::performCompletionHandlerDelegateQueueBlock([&] {
+        order.push_back(1);
+        // Posted from the completion queue itself: still queued, not run here.
+        QXVCMain::performCompletionHandlerDelegateQueueBlock([&] { order.push_back(3); });
+        order.push_back(2);
+    });
+    EXPECT_TRUE(order.empty());
+    queue->runUntilIdle();
+    EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+
+    // A block that throws does not stop the next one.
+    QXVCMain::performCompletionHandlerDelegateQueueBlock([] { throw std::runtime_error("app"); });
+    QXVCMain::performCompletionHandlerDelegateQueueBlock([&] { order.push_back(4); });
+    queue->runUntilIdle();
+    EXPECT_EQ(order.back(), 4);
+}
+
+TEST_F(CoordinatorTest, WithoutACompletionQueueBlocksGoToTheMainQueue) {
+    auto previousMain = QXVCMainQueue::get();
+    auto main = QXVCManualQueue::create("main");
+    QXVCMainQueue::replaceForTesting(main);
+    QXVCMain::setCompletionHandlerDelegateQueue(nullptr);
+    EXPECT_EQ(QXVCMain::getCompletionHandlerDelegateQueue(), main);
+
+    bool ran = false;
+    QXVCMain::performCompletionHandlerDelegateQueueBlock([&] { ran = true; });
+    EXPECT_EQ(queue->runUntilIdle(), 0u);
+    EXPECT_FALSE(ran);
+    main->runUntilIdle();
+    EXPECT_TRUE(ran);
+    QXVCMainQueue::replaceForTesting(previousMain);
+}
+
+TEST_F(CoordinatorTest, VideoViewDelegateIsSingleAndWeak) {
+    EXPECT_EQ(QXVCMain::getVideoViewDelegate(), nullptr);
+    std::vector<CGSize> sizes;
+    auto first = std::make_shared<QXVCVideoViewDelegate>();
+    auto second = std::make_shared<QXVCVideoViewDelegate>();
+    second->remoteVideoView = [&](const std::shared_ptr<QXVCRemoteVideoView>&, CGSize size) {
+        sizes.push_back(size);
+    };
+    QXVCMain::setVideoViewDelegate(first);
+    QXVCMain::setVideoViewDelegate(second);
+    EXPECT_EQ(QXVCMain::getVideoViewDelegate(), second);
+
+    qxvc::notifyVideoViewDelegate(&QXVCVideoViewDelegate::remoteVideoView,
+                                  std::shared_ptr<QXVCRemoteVideoView>(), CGSize{640, 480});
+    EXPECT_TRUE(sizes.empty());
+    queue->runUntilIdle();
+    ASSERT_EQ(sizes.size(), 1u);
+    EXPECT_EQ(sizes[0], (CGSize{640, 480}));
+
+    QXVCMain::removeVideoViewDelegate();
+    EXPECT_EQ(QXVCMain::getVideoViewDelegate(), nullptr);
+    QXVCMain::setVideoViewDelegate(second);
+    second.reset();
+    EXPECT_EQ(QXVCMain::getVideoViewDelegate(), nullptr);
+}
+
+TEST_F(CoordinatorTest, TableStaysConsistentUnderConcurrentUse) {
+    // Writers add, replace and remove their own identifiers while readers walk
+    // the table and fan out; the final table holds each writer's last entry.
+    constexpr int kWriters = 3;
+    constexpr int kRounds = 300;
+    std::vector<QXVCVideoChatDelegatePtr> finals(kWriters);
+    std::atomic<bool> stop{false};
+    std::atomic<int> heard{0};
+
+    std::vector<std::thread> threads;
+    for (int w = 0; w < kWriters; ++w) {
+        threads.emplace_back([w, &finals, &heard] {
+            const std::string id = "writer-" + std::to_string(w);
+            for (int round = 0; round < kRounds; ++round) {
+                auto delegate = std::make_shared<QXVCVideoChatDelegate>();
+                delegate->didOpenCall = [&heard](const QXVCCallPtr&) { ++heard; };
+                QXVCMain::addVideoChatDelegate(delegate, id);
+                QXVCMain::addVideoChatDelegate(delegate, id + "-extra");
+                QXVCMain::removeVideoChatDelegateWithIdentifier(id + "-extra");
+                if (round + 1 == kRounds) {
+                    finals[static_cast<size_t>(w)] = delegate;  // kept alive
+                }
+            }
+        });
+    }
+    std::thread reader([&] {
+        while (!stop.load()) {
+            for (const auto& [identifier, weak] : QXVCMain::getVideoChatDelegates()) {
+                if (auto delegate = weak.lock()) {
+                    EXPECT_TRUE(static_cast<bool>(delegate->didOpenCall)) << identifier;
+                }
+            }
+            qxvc::notifyVideoChatDelegates(&QXVCVideoChatDelegate::didOpenCall, QXVCCallPtr());
+        }
+    });
+    for (auto& t : threads) {
+        t.join();
+    }
+    stop.store(true);
+    reader.join();
+    queue->runUntilIdle();
+
+    auto table = QXVCMain::getVideoChatDelegates();
+    ASSERT_EQ(table.size(), static_cast<size_t>(kWriters));
+    for (int w = 0; w < kWriters; ++w) {
+        EXPECT_EQ(table["writer-" + std::to_string(w)].lock(), finals[static_cast<size_t>(w)]);
+    }
+    heard.store(0);
+    qxvc::notifyVideoChatDelegates(&QXVCVideoChatDelegate::didOpenCall, QXVCCallPtr());
+    queue->runUntilIdle();
+    EXPECT_EQ(heard.load(), kWriters);
+}
+
+}  // namespace
