@@ -1,0 +1,130 @@
+// Local media controls on a running relay-only call: the enabled flags of the
+// tracks, the audio session's gate on the microphone, the senders' bitrate cap
+// and camera switching in place.
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "GStreamerCallHarness.h"
+#include "RTCGstCapturer.h"
+#include "support/TurnServerFixture.h"
+
+namespace {
+
+double meanLuma(const RTCVideoFramePtr& frame) {
+    if (!frame) {
+        return -1;
+    }
+    size_t n = size_t(frame->width()) * size_t(frame->height());
+    return double(std::accumulate(frame->dataY(), frame->dataY() + n, uint64_t{0})) / double(n);
+}
+
+class GStreamerMediaTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(turn_.start()) << turn_.error();
+        RTCGstPlatform::Options options;
+        options.includeV4L2Cameras = false;
+        platform_ = RTCGstPlatform::create(options);
+        ASSERT_NE(platform_, nullptr);
+        RTCPlatform::install(platform_);
+        auto credentials = turn_.credentialsForUser("dave");
+        call_ = GStreamerCall::start(platform_,
+                                     {turn_.url(), credentials.username, credentials.password});
+        ASSERT_TRUE(call_.error.empty()) << call_.error;
+        for (auto& peer : {call_.a, call_.b}) {
+            ASSERT_TRUE(peer->waitFor(30, [&] { return peer->remoteRenderer->frames() > 5; }))
+                << peer->name;
+        }
+    }
+    void TearDown() override {
+        call_.close();
+        platform_->audioSession()->setActive(false);
+        RTCPlatform::install(nullptr);
+    }
+
+    TurnServerFixture turn_;
+    std::shared_ptr<RTCGstPlatform> platform_;
+    GStreamerCall call_;
+};
+
+TEST_F(GStreamerMediaTest, MicrophoneFollowsTrackAndAudioSession) {
+    auto& a = *call_.a;
+    auto session = platform_->audioSession();
+    session->setActive(false);
+    EXPECT_TRUE(a.waitFor(5, [&] { return a.pc->stats().audioMuted; }))
+        << "inactive session is silent";
+    session->setActive(true);
+    EXPECT_TRUE(a.waitFor(5, [&] { return !a.pc->stats().audioMuted; }));
+    a.audioTrack->setIsEnabled(false);
+    EXPECT_TRUE(a.waitFor(5, [&] { return a.pc->stats().audioMuted; }))
+        << "disabled track is silent";
+    // Silence is still sent: the far side keeps decoding audio.
+    uint64_t decoded = call_.b->pc->stats().audioBuffersDecoded;
+    EXPECT_TRUE(
+        a.waitFor(10, [&] { return call_.b->pc->stats().audioBuffersDecoded > decoded + 20; }));
+    a.audioTrack->setIsEnabled(true);
+    EXPECT_TRUE(a.waitFor(5, [&] { return !a.pc->stats().audioMuted; }));
+}
+
+TEST_F(GStreamerMediaTest, DisabledVideoTrackSendsBlack) {
+    auto& b = *call_.b;
+    EXPECT_GT(meanLuma(b.remoteRenderer->lastFrame()), 40) << "colour bars";
+    call_.a->videoTrack->setIsEnabled(false);
+    EXPECT_TRUE(b.waitFor(10, [&] { return meanLuma(b.remoteRenderer->lastFrame()) < 24; }));
+    uint64_t frames = b.remoteRenderer->frames();
+    EXPECT_TRUE(b.waitFor(10, [&] { return b.remoteRenderer->frames() > frames + 10; }))
+        << "still flowing";
+    call_.a->videoTrack->setIsEnabled(true);
+    EXPECT_TRUE(b.waitFor(10, [&] { return meanLuma(b.remoteRenderer->lastFrame()) > 40; }));
+}
+
+TEST_F(GStreamerMediaTest, SenderBitrateCapReachesTheEncoder) {
+    auto& a = *call_.a;
+    auto parameters = a.videoSender->parameters();
+    ASSERT_EQ(parameters.encodings.size(), 1u);
+    parameters.encodings[0].maxBitrateBps = 300000;
+    EXPECT_TRUE(a.videoSender->setParameters(parameters));
+    EXPECT_TRUE(a.waitFor(5, [&] { return a.pc->stats().videoEncoderBitrateBps == 300000; }));
+    // A cap above the engine's default leaves the default.
+    parameters.encodings[0].maxBitrateBps = 20971520;
+    EXPECT_TRUE(a.videoSender->setParameters(parameters));
+    EXPECT_TRUE(a.waitFor(5, [&] {
+        return a.pc->stats().videoEncoderBitrateBps == platform_->options().defaultVideoBitrateBps;
+    }));
+    parameters.encodings[0].maxBitrateBps = 0;
+    EXPECT_FALSE(a.videoSender->setParameters(parameters));
+}
+
+TEST_F(GStreamerMediaTest, CameraSwitchesInPlaceAndTheFarSideSeesTheNewSize) {
+    auto& a = *call_.a;
+    auto& b = *call_.b;
+    RTCCaptureDevicePtr back;
+    for (const auto& device : platform_->captureDevices()) {
+        if (device->position() == AVCaptureDevicePositionBack) {
+            back = device;
+        }
+    }
+    ASSERT_NE(back, nullptr);
+    RTCCaptureDeviceFormatPtr hd;
+    for (const auto& format : back->formats()) {
+        if (format->width() == 1280 && format->height() == 720) {
+            hd = format;
+        }
+    }
+    std::atomic<bool> started{false};
+    a.capturer->startCaptureWithDevice(back, hd, 15, [&](QXDErrorPtr error) { started = !error; });
+    EXPECT_TRUE(started);
+    EXPECT_TRUE(b.waitFor(20, [&] { return b.remoteRenderer->size() == (CGSize{1280, 720}); }));
+    auto* capturer = dynamic_cast<RTCGstCameraVideoCapturer*>(a.capturer.get());
+    ASSERT_NE(capturer, nullptr);
+    EXPECT_EQ(capturer->currentDevice(), back);
+    // A missing format is refused and capture goes on as it was.
+    std::atomic<bool> refused{false};
+    a.capturer->startCaptureWithDevice(back, nullptr, 30,
+                                       [&](QXDErrorPtr error) { refused = error != nullptr; });
+    EXPECT_TRUE(refused);
+    EXPECT_EQ(capturer->currentDevice(), back);
+}
+
+}  // namespace
