@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <vector>
 
 #include "Platform/RTC/RTCLogging.h"
@@ -36,6 +37,9 @@ TEST(DictionaryToString, CompactTextOrBracesWhenItCannotBeWritten) {
     EXPECT_EQ(qxvc_toString({{"deep", {{"bad", std::string("ok\xc3")}}}}), "{}");
     EXPECT_EQ(qxvc_toString(nlohmann::json::array({1})), "{}");
     EXPECT_EQ(qxvc_toString(nullptr), "{}");
+    EXPECT_EQ(qxvc_toString({{"n", {1.5, std::nan("")}}}), "{}");
+    EXPECT_EQ(qxvc_toString({{"inf", HUGE_VAL}}), "{}");
+    EXPECT_EQ(qxvc_toString({{"bin", nlohmann::json::binary({1, 2})}}), "{}");
     EXPECT_EQ(qxvc_toString({{"u", "Grüße"}}), "{\"u\":\"Grüße\"}");
 }
 
