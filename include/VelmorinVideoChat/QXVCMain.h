@@ -29,6 +29,7 @@ class RTCPeerConnectionFactory;
 class RTCVideoSource;
 class RTCCameraVideoCapturer;
 class RTCCaptureDevice;
+class QXVCCallDelegate;
 
 /// Receives each printed log line (without a trailing line break).
 using QXVCLogSink = std::function<void(const std::string& line)>;
@@ -139,6 +140,33 @@ class QXVCMain {
     static std::shared_ptr<RTCVideoSource> getVideoSource();
     static std::shared_ptr<RTCCameraVideoCapturer> getCameraVideoCapturer();
     static std::vector<std::shared_ptr<RTCCaptureDevice>> getCameraDeviceList();
+
+    // ---- Calls ---------------------------------------------------------------
+    //
+    // `activeCall` is the one call that owns the peer connection, the camera and
+    // the views; `isCalling` is the gate against a second call. Both are set
+    // together when a start is sent or a call is accepted, and cleared together
+    // only by clearInstanceWithCall.
+
+    /// Sets the call that owns the media (nullptr: none).
+    static void setActiveCall(const QXVCCallPtr& call);
+    /// The call that owns the media, or nullptr.
+    static QXVCCallPtr getActiveCall();
+    static void setCalling(bool calling);
+    static bool isCalling();
+    /// Takes a finished call out of the system. When it is the active call: its
+    /// remote view is detached, the remote and local tracks dropped, capture
+    /// stopped and the peer connection closed, in that order, and then
+    /// `isCalling` and the active call are cleared. In every case the call
+    /// leaves the registry. The call's timers are not stopped. A null call does
+    /// nothing.
+    static void clearInstanceWithCall(const QXVCCallPtr& call);
+    /// The coordinator as the delegate of every call (QXVCCallDelegate): it
+    /// turns call events into the application's callbacks and, when a call
+    /// opens, stops the answer timer and routes audio (loudspeaker for a video
+    /// call, receiver for an audio call; microphone on or off as this side
+    /// announced it).
+    std::shared_ptr<QXVCCallDelegate> getDelegate() const;
 
     // ---- Tests ---------------------------------------------------------------
 

@@ -53,5 +53,7 @@
 #include "VelmorinVideoChat/Call/QXVCBaseCall.h"
 #include "VelmorinVideoChat/Call/QXVCCallOptions.h"
 #include "VelmorinVideoChat/Call/QXVCCallManager.h"
+#include "VelmorinVideoChat/Call/QXVCCallDelegate.h"
+#include "VelmorinVideoChat/Call/QXVCCall.h"
 #include "VelmorinVideoChat/Client/QXVCClient.h"
 #include "VelmorinVideoChat/QXVCMain.h"
