@@ -77,6 +77,9 @@ RTCAudioOutputRoute RTCAudioSession::outputRoute() const {
 
 bool RTCAudioSession::checkLocked(QXDErrorPtr* error) const {
     if (isLocked()) {
+        if (error) {
+            *error = nullptr;
+        }
         return true;
     }
     if (error) {
