@@ -1,0 +1,153 @@
+// Shared set-up of the call-engine tests: the manual main queue, the recording
+// chat client, the fake RTC engine with the coordinator's media objects, and an
+// application delegate that records every event it hears.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "VelmorinVideoChat/Call/QXVCCall.h"
+#include "VelmorinVideoChat/Call/QXVCCallManager.h"
+#include "VelmorinVideoChat/MessageParser/QXVCCallMessage.h"
+#include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCPlatform.h"
+#include "VelmorinVideoChat/QXVCMain.h"
+#include "support/FakeChatClient.h"
+#include "support/FakeRTCPeerConnection.h"
+#include "support/FakeRTCPlatform.h"
+
+/// A call delegate that counts events and can claim not to handle some.
+class RecordingCallDelegate : public QXVCCallDelegate {
+  public:
+    bool respondsTo(Event event) const override { return event != ignored; }
+    void didSendAcceptCall(const std::shared_ptr<QXVCCall>&) override { ++accepts; }
+    void didSendEndCall(const std::shared_ptr<QXVCCall>&, const QXDUserMessagePtr& m) override {
+        ends.push_back(m);
+    }
+    void didOpenCall(const std::shared_ptr<QXVCCall>&) override { ++opens; }
+    void didDropCall(const std::shared_ptr<QXVCCall>&) override { ++drops; }
+    void didReopenCall(const std::shared_ptr<QXVCCall>&) override { ++reopens; }
+
+    std::optional<Event> ignored;
+    int accepts = 0, opens = 0, drops = 0, reopens = 0;
+    std::vector<QXDUserMessagePtr> ends;
+};
+
+class CallEngineTest : public ::testing::Test {
+  protected:
+    static constexpr const char* kChannel = "channel-1";
+
+    void SetUp() override {
+        queue = QXVCManualQueue::create("main");
+        QXVCMainQueue::replaceForTesting(queue);
+        QXVCMain::resetForTesting();
+        QXVCCallManager::removeAllForTesting();
+        chat = FakeChatClient::create("alice");
+        chat->addChannel(kChannel);
+        QXDMain::setChatClient(chat);
+        platform = FakeRTCPlatform::install();
+        QXVCMain::prepareVideoDevice();
+        app = std::make_shared<QXVCVideoChatDelegate>();
+        auto record = [this](const char* name) {
+            return [this, name](const QXVCCallPtr&) { events.push_back(name); };
+        };
+        app->didReceiveAcceptCall = record("didReceiveAcceptCall");
+        app->didSendAcceptCall = record("didSendAcceptCall");
+        app->didOpenCall = record("didOpenCall");
+        app->didDropCall = record("didDropCall");
+        app->didReopenCall = record("didReopenCall");
+        app->didSendEndCall = [this](const QXVCCallPtr&, const QXDUserMessagePtr&) {
+            events.push_back("didSendEndCall");
+        };
+        QXVCMain::addVideoChatDelegate(app, "test");
+    }
+
+    void TearDown() override {
+        QXVCMain::resetForTesting();
+        QXVCCallManager::removeAllForTesting();
+        QXDMain::setChatClient(nullptr);
+        // Dropping the queue drops the timers still holding calls.
+        QXVCMainQueue::replaceForTesting(QXVCManualQueue::create("idle"));
+        queue.reset();
+        FakeRTCPlatform::uninstall();
+    }
+
+    /// A callee's call as an incoming start makes it: both users with their
+    /// media flags, a TURN server, registered, Connecting.
+    QXVCCallPtr incomingCall(const std::string& callId = "call-1", bool audioCall = false) {
+        auto message = std::make_shared<QXVCStartCallMessage>();
+        message->setCallId(callId);
+        message->setIsAudioCall(audioCall);
+        auto caller = std::make_shared<QXVCCallUser>();
+        caller->setUserId("bob");
+        caller->setIsAudioEnabled(true);
+        caller->setIsVideoEnabled(true);
+        message->setCaller(caller);
+        auto callee = std::make_shared<QXVCCallUser>();
+        callee->setUserId("alice");
+        message->setCallee(callee);
+        auto call = QXVCCall::initWithStartCallMessage(message, kChannel);
+        call->setMyRole(QXVCRoleCallee);
+        call->setState(QXVCStateConnecting);
+        call->addIceServerWithTurnServer("turn:127.0.0.1:3478", "user", "secret");
+        call->setDelegate(QXVCMain::sharedInstance()->getDelegate());
+        QXVCCallManager::add(call);
+        return call;
+    }
+
+    /// Accepts `call` with ready views and completes the whole negotiation.
+    std::shared_ptr<FakeRTCPeerConnection> acceptAndNegotiate(const QXVCCallPtr& call,
+                                                              QXVCCallOptionsPtr opts = nullptr) {
+        if (!opts) {
+            opts = QXVCCallOptions::initWithChannelUrl(kChannel);
+        }
+        call->viewIsReady();
+        call->acceptWithOptions(opts, nullptr);
+        auto connection = fakeConnection(call);
+        if (connection) {
+            connection->completeAll();
+        }
+        queue->runUntilIdle();
+        return connection;
+    }
+
+    std::shared_ptr<FakeRTCCameraVideoCapturer> capturer() const {
+        return std::dynamic_pointer_cast<FakeRTCCameraVideoCapturer>(
+            QXVCMain::getCameraVideoCapturer());
+    }
+
+    static std::shared_ptr<FakeRTCPeerConnection> fakeConnection(const QXVCCallPtr& call) {
+        return std::dynamic_pointer_cast<FakeRTCPeerConnection>(call->peerConnection());
+    }
+
+    /// The signalling messages sent so far, as "<command> <type>", with
+    /// " on"/" off" for the audio and video updates.
+    std::vector<std::string> sentMessages() const {
+        std::vector<std::string> out;
+        for (const auto& sent : chat->sent()) {
+            auto body = nlohmann::json::parse(sent.data.substr(4), nullptr, false);
+            std::string text = sent.data.substr(0, 4) + " " + body.value("type", "?");
+            if (body.contains("is_enabled")) {
+                text += body.value("is_enabled", false) ? " on" : " off";
+            }
+            out.push_back(text);
+        }
+        return out;
+    }
+
+    std::string lastSent() const {
+        auto all = sentMessages();
+        return all.empty() ? "" : all.back();
+    }
+
+    std::shared_ptr<QXVCManualQueue> queue;
+    std::shared_ptr<FakeChatClient> chat;
+    std::shared_ptr<FakeRTCPlatform> platform;
+    QXVCVideoChatDelegatePtr app;
+    std::vector<std::string> events;
+};

@@ -1,0 +1,308 @@
+// Accept, end and the timers of one call, on the fake engine and the manual
+// queue's virtual clock.
+#include "unit/CallEngine/CallEngineFixture.h"
+
+namespace {
+
+struct HandlerResult {
+    bool called = false;
+    QXDErrorPtr error;
+};
+
+QXVCErrorHandler recordInto(HandlerResult& result) {
+    return [&result](QXDErrorPtr error) {
+        result.called = true;
+        result.error = std::move(error);
+    };
+}
+
+}  // namespace
+
+TEST_F(CallEngineTest, AcceptChecksFailInOrderWithTheirErrorsAndChangeNothing) {
+    auto call = incomingCall();
+    auto options = QXVCCallOptions::initWithChannelUrl(kChannel);
+    struct Case {
+        bool calling;
+        QXVCRole role;
+        QXVCCallOptionsPtr options;
+        const char* description;
+    };
+    const Case cases[] = {
+        // The active-call check comes first, even for a caller.
+        {true, QXVCRoleCaller, options,
+         "Invalid action. (Another call cannot be accepted while an active call is in progress.)"},
+        {false, QXVCRoleCaller, options,
+         "Invalid action. (Only callees (call recipients) can accept calls.)"},
+        {false, QXVCRoleCallee, nullptr, "Invalid parameter. (The options cannot be nil.)"},
+        {false, QXVCRoleCallee, QXVCCallOptions::initWithChannelUrl(std::nullopt),
+         "Invalid parameter. (The channelUrl of the options must have the string object.)"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.description);
+        QXVCMain::setCalling(c.calling);
+        call->setMyRole(c.role);
+        HandlerResult result;
+        call->acceptWithOptions(c.options, recordInto(result));
+        EXPECT_FALSE(result.called);  // posted, never inline
+        queue->runUntilIdle();
+        ASSERT_TRUE(result.called);
+        ASSERT_TRUE(result.error);
+        EXPECT_EQ(result.error->code(), QXVCErrorInvalidAction);
+        EXPECT_EQ(result.error->localizedDescription(), c.description);
+        // A silent failure without a handler.
+        call->acceptWithOptions(c.options, nullptr);
+        EXPECT_EQ(queue->pendingCount(), 0u);
+    }
+    EXPECT_EQ(QXVCMain::getActiveCall(), nullptr);
+    EXPECT_EQ(call->peerConnection(), nullptr);
+    EXPECT_EQ(call->options(), nullptr);
+    EXPECT_TRUE(chat->sent().empty());
+}
+
+TEST_F(CallEngineTest, AcceptWithReadyViewsSendsARelayOnlyOfferAndReportsIt) {
+    auto call = incomingCall();
+    auto options = QXVCCallOptions::initWithChannelUrl(kChannel);
+    options->setVideoEnabled(false);
+    options->setDefaultCameraPosition(QXVCCameraPositionBack);
+    HandlerResult result;
+    call->viewIsReady();
+    call->acceptWithOptions(options, recordInto(result));
+
+    EXPECT_EQ(QXVCMain::getActiveCall(), call);
+    EXPECT_TRUE(QXVCMain::isCalling());
+    EXPECT_EQ(call->state(), QXVCStateConnecting);
+    EXPECT_EQ(call->currentPosition(), QXVCCameraPositionBack);
+    auto connection = fakeConnection(call);
+    ASSERT_TRUE(connection);
+    auto configuration = connection->configuration();
+    EXPECT_EQ(configuration->iceTransportPolicy(), RTCIceTransportPolicyRelay);
+    EXPECT_EQ(configuration->sdpSemantics(), RTCSdpSemanticsUnifiedPlan);
+    ASSERT_TRUE(configuration->certificate());
+    EXPECT_EQ(configuration->certificate()->expires(), 100000);
+    ASSERT_TRUE(configuration->iceServers());
+    ASSERT_EQ(configuration->iceServers()->size(), 1u);
+    EXPECT_EQ((*configuration->iceServers())[0]->username(), "user");
+    EXPECT_EQ(connection->creationConstraints()->valueForKey("DtlsSrtpKeyAgreement"), "true");
+
+    connection->completeAll();
+    queue->runUntilIdle();
+    // The offer is built from the callee's own flags, taken from the options.
+    ASSERT_EQ(connection->offerConstraints().size(), 1u);
+    EXPECT_EQ(connection->offerConstraints()[0]->valueForKey("OfferToReceiveAudio"), "true");
+    EXPECT_EQ(connection->offerConstraints()[0]->valueForKey("OfferToReceiveVideo"), "false");
+    EXPECT_EQ(sentMessages(), std::vector<std::string>{"SGNL offer"});
+    EXPECT_TRUE(result.called);
+    EXPECT_EQ(result.error, nullptr);
+    EXPECT_EQ(events, std::vector<std::string>{"didSendAcceptCall"});
+
+    // The bitrate cap reaches the video sender only; 0 changes nothing.
+    auto videoSender =
+        std::dynamic_pointer_cast<FakeRTCRtpSender>(call->localVideoTrackRtpSender());
+    auto audioSender = std::dynamic_pointer_cast<FakeRTCRtpSender>(call->audioTrackRtpSender());
+    ASSERT_TRUE(videoSender && audioSender);
+    EXPECT_TRUE(audioSender->setParametersCalls().empty());
+    ASSERT_FALSE(videoSender->setParametersCalls().empty());
+    EXPECT_EQ(videoSender->parameters().encodings.at(0).maxBitrateBps, 20971520);
+    size_t calls = videoSender->setParametersCalls().size();
+    call->setMaxBitrate(0, videoSender);
+    EXPECT_EQ(videoSender->setParametersCalls().size(), calls);
+
+    // The answer never comes: the offer timer ends the call after 20 s.
+    queue->advance(19.9);
+    EXPECT_EQ(sentMessages().size(), 1u);
+    queue->advance(0.2);
+    EXPECT_EQ(lastSent(), "ENCA timeout");
+    EXPECT_EQ(call->endType(), QXVCEndTypeTimeout);
+    EXPECT_FALSE(QXVCMain::isCalling());
+    EXPECT_TRUE(connection->isClosed());
+}
+
+TEST_F(CallEngineTest, AcceptFailuresEndTheCallWithTheUnknownType) {
+    using Op = FakeRTCPeerConnection::Operation;
+    for (Op failing : {Op::CreateOffer, Op::SetLocalDescription}) {
+        auto call = incomingCall("call-" + std::to_string(static_cast<int>(failing)));
+        HandlerResult result;
+        call->viewIsReady();
+        call->acceptWithOptions(QXVCCallOptions::initWithChannelUrl(kChannel), recordInto(result));
+        auto connection = fakeConnection(call);
+        ASSERT_TRUE(connection);
+        if (failing == Op::SetLocalDescription) {
+            connection->completeCreateOffer();
+        }
+        connection->failOperation(failing);
+        queue->runUntilIdle();
+        EXPECT_EQ(lastSent(), "ENCA unknown");
+        ASSERT_TRUE(result.error);
+        EXPECT_EQ(result.error->code(), QXVCErrorAcceptingFail);
+        EXPECT_EQ(result.error->localizedDescription(), "Cannot accept call.");
+        EXPECT_FALSE(QXVCMain::isCalling());
+    }
+
+    // The offer cannot be sent: the chat client's own error reaches the handler.
+    auto call = incomingCall("call-send");
+    auto refusal = QXDError::errorWithDomain("chat", 42, std::nullopt);
+    HandlerResult result;
+    call->viewIsReady();
+    call->acceptWithOptions(QXVCCallOptions::initWithChannelUrl(kChannel), recordInto(result));
+    chat->failSends(refusal);
+    fakeConnection(call)->completeAll();
+    queue->runUntilIdle();
+    EXPECT_EQ(result.error, refusal);
+    queue->advance(30);  // the offer timer was stopped
+    EXPECT_TRUE(std::find(events.begin(), events.end(), "didSendAcceptCall") == events.end());
+}
+
+TEST_F(CallEngineTest, AcceptBeforeTheViewsAreReadyOnlyTellsTheApplication) {
+    auto call = incomingCall();
+    HandlerResult result;
+    call->acceptWithOptions(QXVCCallOptions::initWithChannelUrl(kChannel), recordInto(result));
+    EXPECT_EQ(QXVCMain::getActiveCall(), call);
+    EXPECT_EQ(call->state(), QXVCStateConnecting);
+    queue->advance(0.2);
+    EXPECT_TRUE(events.empty());
+    queue->advance(0.1);
+    EXPECT_EQ(events, std::vector<std::string>{"didReceiveAcceptCall"});
+    queue->advance(60);
+    // The parked accept goes no further: no offer, and the handler is never called.
+    EXPECT_EQ(call->peerConnection(), nullptr);
+    EXPECT_TRUE(chat->sent().empty());
+    EXPECT_FALSE(result.called);
+}
+
+TEST_F(CallEngineTest, EndTypeFollowsStateAndRole) {
+    struct Case {
+        QXVCState state;
+        QXVCRole role;
+        const char* sent;
+        QXVCEndType stored;
+    };
+    const Case cases[] = {
+        {QXVCStateOpened, QXVCRoleCaller, "ENCA end", QXVCEndTypeEnd},
+        {QXVCStateConnecting, QXVCRoleCaller, "ENCA cancel", QXVCEndTypeCancel},
+        {QXVCStateConnecting, QXVCRoleCallee, "ENCA decline", QXVCEndTypeDecline},
+        {QXVCStateConnecting, QXVCRoleNone, "ENCA unknown", QXVCEndTypeUnknown},
+        {QXVCStateDropped, QXVCRoleCallee, "ENCA unknown", QXVCEndTypeUnknown},
+        {QXVCStateNone, QXVCRoleCaller, "ENCA unknown", QXVCEndTypeUnknown},
+        {QXVCStateClosed, QXVCRoleCallee, "ENCA unknown", QXVCEndTypeUnknown},
+    };
+    int n = 0;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.sent + std::string(" #") + std::to_string(n));
+        auto call = QXVCCall::initWithChannelUrl(kChannel, false, c.role);
+        call->setCallId("end-" + std::to_string(n++));
+        call->setState(c.state);
+        auto delegate = std::make_shared<RecordingCallDelegate>();
+        call->setDelegate(delegate);
+        HandlerResult result;
+        call->endWithCompletionHandler(recordInto(result));
+        queue->runUntilIdle();
+        EXPECT_EQ(lastSent(), c.sent);
+        EXPECT_EQ(call->endType(), c.stored);
+        EXPECT_EQ(call->state(), c.state);  // ending does not move the state
+        EXPECT_TRUE(result.called);
+        EXPECT_EQ(result.error, nullptr);
+        ASSERT_EQ(delegate->ends.size(), 1u);
+        EXPECT_TRUE(delegate->ends[0]);
+    }
+    // No state check: ending an ended call sends another end.
+    size_t before = chat->sent().size();
+    auto call = QXVCCall::initWithChannelUrl(kChannel, false, QXVCRoleCaller);
+    call->setCallId("twice");
+    call->endWithCompletionHandler(nullptr);
+    call->endWithCompletionHandler(nullptr);
+    EXPECT_EQ(chat->sent().size(), before + 2);
+
+    // A failed send reaches the handler and raises no event.
+    auto failing = QXVCCall::initWithChannelUrl(kChannel, false, QXVCRoleCaller);
+    failing->setCallId("failing");
+    auto delegate = std::make_shared<RecordingCallDelegate>();
+    failing->setDelegate(delegate);
+    chat->failSends(QXDError::errorWithDomain("chat", 7, std::nullopt));
+    HandlerResult result;
+    failing->endWithCompletionHandler(recordInto(result));
+    queue->runUntilIdle();
+    ASSERT_TRUE(result.error);
+    EXPECT_EQ(result.error->code(), 7);
+    EXPECT_TRUE(delegate->ends.empty());
+}
+
+TEST_F(CallEngineTest, InternalEndRecordsTheEndTypeOnlyTogetherWithTheEvent) {
+    auto call = QXVCCall::initWithChannelUrl(kChannel, false, QXVCRoleCaller);
+    call->setCallId("internal");
+    auto delegate = std::make_shared<RecordingCallDelegate>();
+    call->setDelegate(delegate);
+
+    // A delegate that does not handle the event: sent, but the end type stays.
+    delegate->ignored = QXVCCallDelegate::Event::DidSendEndCall;
+    call->endCallTimeoutType();
+    EXPECT_EQ(lastSent(), "ENCA timeout");
+    EXPECT_EQ(call->endType(), QXVCEndTypeNone);
+    EXPECT_TRUE(delegate->ends.empty());
+
+    delegate->ignored.reset();
+    call->endCallTimeoutType();
+    EXPECT_EQ(call->endType(), QXVCEndTypeTimeout);
+    ASSERT_EQ(delegate->ends.size(), 1u);
+    EXPECT_TRUE(delegate->ends[0]);
+
+    // The send fails: the event still comes, without a message, as Unknown.
+    chat->failSends(QXDError::errorWithDomain("chat", 1, std::nullopt));
+    call->endCallTimeoutType();
+    ASSERT_EQ(delegate->ends.size(), 2u);
+    EXPECT_EQ(delegate->ends[1], nullptr);
+    EXPECT_EQ(call->endType(), QXVCEndTypeUnknown);
+}
+
+TEST_F(CallEngineTest, EveryTimerEndsTheCallWithTheTimeoutTypeUnlessStopped) {
+    QXVCMain::setStartCallTimeout(45);
+    struct Timer {
+        const char* name;
+        void (QXVCCall::*create)();
+        void (QXVCCall::*invalidate)();
+        double interval;
+    };
+    const Timer timers[] = {
+        {"start", &QXVCCall::createStartCallTimer, &QXVCCall::invalidateStartCallTimer, 45},
+        {"offer", &QXVCCall::createOfferCallTimer, &QXVCCall::invalidateOfferCallTimer, 20},
+        {"answer", &QXVCCall::createAnswerCallTimer, &QXVCCall::invalidateAnswerCallTimer, 20},
+        {"reconnect", &QXVCCall::createReconnectTimer, &QXVCCall::invalidateReconnectTimer, 20},
+    };
+    for (const auto& t : timers) {
+        SCOPED_TRACE(t.name);
+        auto call = QXVCCall::initWithChannelUrl(kChannel, false, QXVCRoleCaller);
+        call->setCallId(std::string("timer-") + t.name);
+        ((*call).*t.create)();
+        size_t before = chat->sent().size();
+        queue->advance(t.interval - 0.1);
+        EXPECT_EQ(chat->sent().size(), before);
+        queue->advance(0.2);
+        EXPECT_EQ(lastSent(), "ENCA timeout");
+
+        // Stopped before its expiry: nothing is sent.
+        ((*call).*t.create)();
+        ((*call).*t.invalidate)();
+        before = chat->sent().size();
+        queue->advance(t.interval + 1);
+        EXPECT_EQ(chat->sent().size(), before);
+    }
+}
+
+TEST_F(CallEngineTest, TimersOutliveAnEndAndAreNotReplacedByASecondCreate) {
+    auto call = QXVCCall::initWithChannelUrl(kChannel, false, QXVCRoleCallee);
+    call->setCallId("kept");
+    call->setState(QXVCStateConnecting);
+    auto delegate = std::make_shared<RecordingCallDelegate>();
+    call->setDelegate(delegate);
+    call->createOfferCallTimer();
+    call->createOfferCallTimer();
+    queue->runUntilIdle();
+    call->endWithCompletionHandler(nullptr);
+    std::weak_ptr<QXVCCall> weak = call;
+    call.reset();
+    queue->advance(21);
+    // The end, then one further timeout end from each timer.
+    EXPECT_EQ(sentMessages(),
+              (std::vector<std::string>{"ENCA decline", "ENCA timeout", "ENCA timeout"}));
+    EXPECT_EQ(delegate->ends.size(), 3u);
+    EXPECT_TRUE(weak.expired());  // fired timers let the call go
+}
