@@ -40,7 +40,8 @@ using QXDChatClientPtr = std::shared_ptr<QXDChatClient>;
 class QXDMain {
   public:
     /// Installs the chat client the library talks through (nullptr uninstalls).
-    /// Delegates registered before are carried over to the new client.
+    /// Delegates registered through the port are carried over to the new client
+    /// and removed from the client it replaces, which stops delivering to them.
     static void setChatClient(QXDChatClientPtr client);
     static QXDChatClientPtr chatClient();
 
