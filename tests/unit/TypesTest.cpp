@@ -9,11 +9,14 @@ std::string describe(const std::optional<QXDUserInfo>& info) {
 }  // namespace
 
 TEST(ErrorTable, MessagesAndTemplates) {
-    EXPECT_EQ(describe(ErrorUserInfoFromErrorCode(820000, std::nullopt)), "Unknows error occurred.");
-    EXPECT_EQ(describe(ErrorUserInfoFromErrorCode(820100, "x")), "Velmorin connection is required.");
+    EXPECT_EQ(describe(ErrorUserInfoFromErrorCode(820000, std::nullopt)),
+              "Unknows error occurred.");
+    EXPECT_EQ(describe(ErrorUserInfoFromErrorCode(820100, "x")),
+              "Velmorin connection is required.");
     EXPECT_EQ(describe(ErrorUserInfoFromErrorCode(820130, "x")), "Velmorin instance is required.");
     EXPECT_EQ(describe(ErrorUserInfoFromErrorCode(820200, "x")), "Invalid action. (x)");
-    EXPECT_EQ(describe(ErrorUserInfoFromErrorCode(820200, std::nullopt)), "Invalid action. ((null))");
+    EXPECT_EQ(describe(ErrorUserInfoFromErrorCode(820200, std::nullopt)),
+              "Invalid action. ((null))");
     EXPECT_EQ(describe(ErrorUserInfoFromErrorCode(820300, "x")), "Cannot accept call.");
     EXPECT_EQ(describe(ErrorUserInfoFromErrorCode(820400, "y")), "Invalid parameter. (y)");
     EXPECT_EQ(describe(ErrorUserInfoFromErrorCode(820401, "x")), "The channel is not suitable.");
@@ -28,7 +31,8 @@ TEST(ErrorTable, MessagesAndTemplates) {
 }
 
 TEST(ErrorTable, PairedCodesKeepBothValues) {
-    auto accept = QXVCMakeError(QXVCErrorInvalidAction, QXVCErrorInvalidParameter, "The options cannot be nil.");
+    auto accept = QXVCMakeError(QXVCErrorInvalidAction, QXVCErrorInvalidParameter,
+                                "The options cannot be nil.");
     EXPECT_EQ(accept->domain(), "Velmorin VideoChat Error");
     EXPECT_EQ(accept->code(), 820200);
     EXPECT_EQ(accept->localizedDescription(), "Invalid parameter. (The options cannot be nil.)");
@@ -59,7 +63,8 @@ TEST(Enumerations, ValuesAreFixedAndSignednessAsDeclared) {
     static_assert(std::is_unsigned_v<std::underlying_type_t<QXVCCameraPosition>>);
     static_assert(std::is_signed_v<std::underlying_type_t<QXVCState>>);
     static_assert(std::is_signed_v<std::underlying_type_t<QXVCRenderingMessageType>>);
-    EXPECT_EQ(std::string(kQXVCMediaStreamId) + kQXVCAudioTrackId + kQXVCVideoTrackId,
-              "ARDAMSARDAMSa0ARDAMSv0");
+    EXPECT_STREQ(kQXVCMediaStreamId, "ARDAMS");
+    EXPECT_STREQ(kQXVCAudioTrackId, "ARDAMSa0");
+    EXPECT_STREQ(kQXVCVideoTrackId, "ARDAMSv0");
     EXPECT_EQ(kQXVCProtocolVersion, 1);
 }
