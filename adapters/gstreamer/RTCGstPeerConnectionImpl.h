@@ -124,10 +124,10 @@ struct RTCGstPeerConnection::Impl {
     static void onDeepElementAdded(GstBin* bin, GstBin* sub, GstElement* element, gpointer data);
     static void onIceCandidateSignal(GstElement* webrtc, guint mline, gchar* candidate,
                                      gpointer data);
-    static void onIceStateNotify(GObject* object, GParamSpec* spec, gpointer data);
-    static void onGatheringNotify(GObject* object, GParamSpec* spec, gpointer data);
+    static void onIceStateNotify(GObject* object, GParamSpec* pspec, gpointer data);
+    static void onGatheringNotify(GObject* object, GParamSpec* pspec, gpointer data);
     static void onPadAddedSignal(GstElement* webrtc, GstPad* pad, gpointer data);
-    static void onDtlsNotify(GObject* object, GParamSpec* spec, gpointer data);
+    static void onDtlsNotify(GObject* object, GParamSpec* pspec, gpointer data);
     /// Adds a probe to `pad` that counts packets into `counters`.
     static void countPackets(GstPad* pad, const std::shared_ptr<RTCGstCounters>& counters,
                              std::atomic<uint64_t> RTCGstCounters::*field, bool stampTime);

@@ -93,9 +93,9 @@ std::optional<QXDUser> ChatService::user(const std::string& userId) const {
 
 // Channels --------------------------------------------------------------------
 
-ServiceResult<ChannelInfo> ChatService::createGroupChannel(const GroupChannelSpec& spec) {
+ServiceResult<ChannelInfo> ChatService::createGroupChannel(const GroupChannelSpec& request) {
     std::lock_guard lock(state_->mutex);
-    std::string url = spec.channelUrl;
+    std::string url = request.channelUrl;
     if (url.empty()) {
         do {
             url = "velmorin_group_channel_" + makeUuidV4();
@@ -104,7 +104,7 @@ ServiceResult<ChannelInfo> ChatService::createGroupChannel(const GroupChannelSpe
         return {{}, makeError(QXDErrorInvalidParameter, "The channel URL is already in use.")};
     }
     std::set<std::string> seen;
-    for (const auto& id : spec.memberIds) {
+    for (const auto& id : request.memberIds) {
         if (state_->users.count(id) == 0) {
             return {{}, makeError(QXDErrorUserNotFound, "Unknown user: " + id)};
         }
@@ -114,10 +114,10 @@ ServiceResult<ChannelInfo> ChatService::createGroupChannel(const GroupChannelSpe
     }
     ChannelRecord record;
     record.info.channelUrl = url;
-    record.info.name = spec.name;
-    record.info.isPublic = spec.isPublic;
-    record.info.isSuper = spec.isSuper;
-    record.memberIds = spec.memberIds;
+    record.info.name = request.name;
+    record.info.isPublic = request.isPublic;
+    record.info.isSuper = request.isSuper;
+    record.memberIds = request.memberIds;
     auto& stored = state_->channels[url] = std::move(record);
     state_->channelOrder.push_back(url);
     return {state_->snapshot(stored), nullptr};

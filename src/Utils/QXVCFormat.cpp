@@ -7,13 +7,13 @@ namespace qxvc {
 
 namespace {
 
-// The conversion spec is assembled from a validated format piece and the
+// The conversion pattern is assembled from a validated format piece and the
 // argument's own type, so a non-literal format is safe here.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-std::string printf1(const std::string& spec, auto value) {
+std::string printf1(const std::string& pattern, auto value) {
     char small[128];
-    const int n = std::snprintf(small, sizeof small, spec.c_str(), value);
+    const int n = std::snprintf(small, sizeof small, pattern.c_str(), value);
     if (n < 0) {
         return {};
     }
@@ -21,7 +21,7 @@ std::string printf1(const std::string& spec, auto value) {
         return std::string(small, static_cast<size_t>(n));
     }
     std::string big(static_cast<size_t>(n) + 1, '\0');
-    std::snprintf(big.data(), big.size(), spec.c_str(), value);
+    std::snprintf(big.data(), big.size(), pattern.c_str(), value);
     big.resize(static_cast<size_t>(n));
     return big;
 }
@@ -98,7 +98,8 @@ std::string formatArgs(std::string_view format, const std::vector<FormatArg>& ar
         // Collect flags, width, precision and length modifiers.
         size_t j = i + 1;
         std::string flags;
-        while (j < format.size() && std::string_view("-+ #0'").find(format[j]) != std::string_view::npos) {
+        while (j < format.size() &&
+               std::string_view("-+ #0'").find(format[j]) != std::string_view::npos) {
             if (format[j] != '\'') {
                 flags.push_back(format[j]);
             }
@@ -108,7 +109,8 @@ std::string formatArgs(std::string_view format, const std::vector<FormatArg>& ar
         while (j < format.size() && ((format[j] >= '0' && format[j] <= '9') || format[j] == '.')) {
             widthPrecision.push_back(format[j++]);
         }
-        while (j < format.size() && std::string_view("hlqLzjt").find(format[j]) != std::string_view::npos) {
+        while (j < format.size() &&
+               std::string_view("hlqLzjt").find(format[j]) != std::string_view::npos) {
             ++j;  // lengths are implied by the argument's own type
         }
         if (j >= format.size()) {
@@ -140,11 +142,11 @@ std::string formatArgs(std::string_view format, const std::vector<FormatArg>& ar
             case 'x':
             case 'X':
             case 'o': {
-                const std::string spec = head + (conv == 'u'   ? PRIu64
+                const std::string pattern = head + (conv == 'u'   ? PRIu64
                                                  : conv == 'x' ? PRIx64
                                                  : conv == 'X' ? PRIX64
                                                                : PRIo64);
-                out += isNumeric(*arg) ? printf1(spec, static_cast<uint64_t>(asSigned(*arg)))
+                out += isNumeric(*arg) ? printf1(pattern, static_cast<uint64_t>(asSigned(*arg)))
                                        : asText(*arg);
                 break;
             }

@@ -120,10 +120,10 @@ class CallEngineIntegrationTest : public ::testing::Test {
         service_ = velmorin::ChatService::create(settings);
         service_->upsertUser(QXDUser("alice", "Alice"));
         service_->upsertUser(QXDUser("bob", "Bob"));
-        velmorin::GroupChannelSpec spec;
-        spec.channelUrl = kChannel;
-        spec.memberIds = {"alice", "bob"};
-        ASSERT_EQ(service_->createGroupChannel(spec).error, nullptr);
+        velmorin::GroupChannelSpec channel;
+        channel.channelUrl = kChannel;
+        channel.memberIds = {"alice", "bob"};
+        ASSERT_EQ(service_->createGroupChannel(channel).error, nullptr);
         alice_ = QXDInProcessChatClient::create(service_, "alice");
         bob_ = QXDInProcessChatClient::create(service_, "bob");
         bob_->addChannelDelegate(bobInbox_, "inbox");

@@ -73,7 +73,10 @@ FormatArg makeFormatArg(const T& v) {
         }
     } else if constexpr (Describable<D>) {
         a.value = std::string(v.description());
-    } else if constexpr (requires { v.get(); *v; }) {  // smart pointers
+    } else if constexpr (requires {
+                             v.get();
+                             *v;
+                         }) {  // smart pointers
         if (!v) {
             a.isNull = true;
         } else {

@@ -142,7 +142,7 @@ class ChatService {
 
     /// Creates a group channel. Refused: a URL already in use, an unknown
     /// member, a member listed twice.
-    ServiceResult<ChannelInfo> createGroupChannel(const GroupChannelSpec& spec);
+    ServiceResult<ChannelInfo> createGroupChannel(const GroupChannelSpec& request);
     /// Looks a channel up for `userId`, who must be a member.
     ServiceResult<ChannelInfo> channel(const std::string& userId,
                                        const std::string& channelUrl) const;

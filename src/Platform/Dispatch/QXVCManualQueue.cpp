@@ -66,7 +66,9 @@ QXVCManualQueue::QXVCManualQueue(std::string label) : state_(std::make_shared<St
 
 QXVCManualQueue::~QXVCManualQueue() = default;
 
-void QXVCManualQueue::async(Task task) { state_->post(0.0, State::Entry{std::move(task), nullptr}); }
+void QXVCManualQueue::async(Task task) {
+    state_->post(0.0, State::Entry{std::move(task), nullptr});
+}
 
 QXVCTimerPtr QXVCManualQueue::asyncAfter(double seconds, Task task) {
     auto timer = std::make_shared<qxvc::dispatch::TimerImpl>();
@@ -79,7 +81,9 @@ bool QXVCManualQueue::isCurrent() const {
     return state_->depth > 0 && state_->runner == std::this_thread::get_id();
 }
 
-std::string QXVCManualQueue::label() const { return state_->label; }
+std::string QXVCManualQueue::label() const {
+    return state_->label;
+}
 
 size_t QXVCManualQueue::runUntilIdle() {
     size_t count = 0;

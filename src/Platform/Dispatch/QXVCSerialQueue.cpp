@@ -102,7 +102,9 @@ bool QXVCSerialQueue::isCurrent() const {
     return state_->workerId == std::this_thread::get_id();
 }
 
-std::string QXVCSerialQueue::label() const { return state_->label; }
+std::string QXVCSerialQueue::label() const {
+    return state_->label;
+}
 
 void QXVCSerialQueue::sync(const Task& task) {
     if (isCurrent()) {

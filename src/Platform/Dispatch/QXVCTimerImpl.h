@@ -8,13 +8,13 @@
 namespace qxvc::dispatch {
 
 class TimerImpl final : public QXVCTimer {
-public:
+  public:
     void cancel() override { valid_.store(false); }
     bool isValid() const override { return valid_.load(); }
     /// Claims the right to fire: true once, and only when not cancelled.
     bool claimFire() { return valid_.exchange(false); }
 
-private:
+  private:
     std::atomic<bool> valid_{true};
 };
 

@@ -49,10 +49,10 @@ TEST(ClientThroughService, EveryCommandArrivesInItsWireFormAndTheStartEchoParses
     auto service = velmorin::ChatService::create();
     ASSERT_EQ(service->upsertUser(QXDUser("alice", "Alice")), nullptr);
     ASSERT_EQ(service->upsertUser(QXDUser("bob", "Bob")), nullptr);
-    velmorin::GroupChannelSpec spec;
-    spec.channelUrl = "c1";
-    spec.memberIds = {"alice", "bob"};
-    ASSERT_EQ(service->createGroupChannel(spec).error, nullptr);
+    velmorin::GroupChannelSpec channel;
+    channel.channelUrl = "c1";
+    channel.memberIds = {"alice", "bob"};
+    ASSERT_EQ(service->createGroupChannel(channel).error, nullptr);
 
     QXDInProcessChatClient::Options options;
     auto aliceCallbacks = QXVCManualQueue::create("alice.callbacks");

@@ -13,8 +13,8 @@ TEST_F(CoordinatorTest, ConfigSetsUpTheAudioSessionBeforePreparingTheVideoDevice
     QXVCMain::config();
 
     auto entries = rtc->context()->entries();
-    auto configured = std::find(entries.begin(), entries.end(),
-                                "audioSession.unlockForConfiguration()");
+    auto configured =
+        std::find(entries.begin(), entries.end(), "audioSession.unlockForConfiguration()");
     auto factory = std::find_if(entries.begin(), entries.end(), [](const std::string& e) {
         return e.rfind("platform.peerConnectionFactory(", 0) == 0;
     });

@@ -18,7 +18,7 @@ class QXDError;
 using QXDErrorPtr = std::shared_ptr<const QXDError>;
 
 class QXDError {
-public:
+  public:
     QXDError(std::string domain, long code, std::optional<QXDUserInfo> userInfo);
 
     /// `errorWithDomain:code:userInfo:`.
@@ -37,7 +37,7 @@ public:
     std::string localizedDescription() const;
     std::string description() const;
 
-private:
+  private:
     std::string domain_;
     long code_;
     std::optional<QXDUserInfo> userInfo_;

@@ -9,15 +9,17 @@
 
 /// A chat user.
 class QXDUser {
-public:
+  public:
     QXDUser() = default;
     QXDUser(std::string userId, std::string nickname = {}, std::string profileUrl = {})
-        : userId_(std::move(userId)), nickname_(std::move(nickname)), profileUrl_(std::move(profileUrl)) {}
+        : userId_(std::move(userId)),
+          nickname_(std::move(nickname)),
+          profileUrl_(std::move(profileUrl)) {}
     const std::string& userId() const { return userId_; }
     const std::string& nickname() const { return nickname_; }
     const std::string& profileUrl() const { return profileUrl_; }
 
-private:
+  private:
     std::string userId_;
     std::string nickname_;
     std::string profileUrl_;
@@ -26,7 +28,7 @@ using QXDUserPtr = std::shared_ptr<const QXDUser>;
 
 /// Base of every message a channel carries.
 class QXDBaseMessage {
-public:
+  public:
     virtual ~QXDBaseMessage() = default;
     QXDBaseMessage(int64_t messageId, std::string channelUrl, int64_t createdAt = 0)
         : messageId_(messageId), channelUrl_(std::move(channelUrl)), createdAt_(createdAt) {}
@@ -37,7 +39,7 @@ public:
     /// Milliseconds since the Unix epoch, as the service stored it.
     int64_t createdAt() const { return createdAt_; }
 
-private:
+  private:
     int64_t messageId_;
     std::string channelUrl_;
     int64_t createdAt_;
@@ -47,9 +49,10 @@ using QXDBaseMessagePtr = std::shared_ptr<const QXDBaseMessage>;
 /// A user message: text, custom type and a data string (where call signalling
 /// travels), and its sender.
 class QXDUserMessage : public QXDBaseMessage {
-public:
+  public:
     QXDUserMessage(int64_t messageId, std::string channelUrl, std::string message,
-                   std::string customType, std::string data, QXDUserPtr sender, int64_t createdAt = 0)
+                   std::string customType, std::string data, QXDUserPtr sender,
+                   int64_t createdAt = 0)
         : QXDBaseMessage(messageId, std::move(channelUrl), createdAt),
           message_(std::move(message)),
           customType_(std::move(customType)),
@@ -60,7 +63,7 @@ public:
     const std::string& data() const { return data_; }
     const QXDUserPtr& sender() const { return sender_; }
 
-private:
+  private:
     std::string message_;
     std::string customType_;
     std::string data_;
@@ -70,7 +73,7 @@ using QXDUserMessagePtr = std::shared_ptr<const QXDUserMessage>;
 
 /// What to send as a user message.
 class QXDUserMessageParams {
-public:
+  public:
     /// `initWithMessage:`.
     static std::shared_ptr<QXDUserMessageParams> initWithMessage(std::string message) {
         auto params = std::make_shared<QXDUserMessageParams>();
@@ -83,7 +86,7 @@ public:
     const std::string& customType() const { return customType_; }
     const std::string& data() const { return data_; }
 
-private:
+  private:
     std::string message_;
     std::string customType_;
     std::string data_;

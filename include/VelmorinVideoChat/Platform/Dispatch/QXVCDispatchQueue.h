@@ -17,7 +17,7 @@
 
 /// A one-shot timer created by `asyncAfter`. Thread-safe.
 class QXVCTimer {
-public:
+  public:
     virtual ~QXVCTimer() = default;
     /// Stops the timer if it has not fired; afterwards it never fires.
     virtual void cancel() = 0;
@@ -27,7 +27,7 @@ public:
 using QXVCTimerPtr = std::shared_ptr<QXVCTimer>;
 
 class QXVCDispatchQueue {
-public:
+  public:
     using Task = std::function<void()>;
     virtual ~QXVCDispatchQueue() = default;
 
@@ -46,7 +46,7 @@ using QXVCDispatchQueuePtr = std::shared_ptr<QXVCDispatchQueue>;
 /// pending are dropped, and a destructor called from the queue's own thread
 /// detaches instead of joining.
 class QXVCSerialQueue : public QXVCDispatchQueue {
-public:
+  public:
     static std::shared_ptr<QXVCSerialQueue> create(std::string label);
     ~QXVCSerialQueue() override;
 
@@ -62,7 +62,7 @@ public:
 
     struct State;
 
-private:
+  private:
     explicit QXVCSerialQueue(std::string label);
     std::shared_ptr<State> state_;
 };
@@ -70,7 +70,7 @@ private:
 /// A queue with a virtual clock, for tests. Nothing runs until the owner calls
 /// `runUntilIdle()` or `advance()`; tasks then run on the calling thread.
 class QXVCManualQueue : public QXVCDispatchQueue {
-public:
+  public:
     static std::shared_ptr<QXVCManualQueue> create(std::string label = "manual");
     ~QXVCManualQueue() override;
 
@@ -92,14 +92,14 @@ public:
 
     struct State;
 
-private:
+  private:
     explicit QXVCManualQueue(std::string label);
     std::shared_ptr<State> state_;
 };
 
 /// The library's main queue: every timer is created, fired and cancelled there.
 class QXVCMainQueue {
-public:
+  public:
     /// The main queue; creates the library-owned serial queue on first use when
     /// the application installed none.
     static QXVCDispatchQueuePtr get();
