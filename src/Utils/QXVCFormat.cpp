@@ -143,9 +143,9 @@ std::string formatArgs(std::string_view format, const std::vector<FormatArg>& ar
             case 'X':
             case 'o': {
                 const std::string pattern = head + (conv == 'u'   ? PRIu64
-                                                 : conv == 'x' ? PRIx64
-                                                 : conv == 'X' ? PRIX64
-                                                               : PRIo64);
+                                                    : conv == 'x' ? PRIx64
+                                                    : conv == 'X' ? PRIX64
+                                                                  : PRIo64);
                 out += isNumeric(*arg) ? printf1(pattern, static_cast<uint64_t>(asSigned(*arg)))
                                        : asText(*arg);
                 break;

@@ -38,9 +38,12 @@ class GStreamerCountingRenderer final : public RTCVideoRenderer {
 class GStreamerPeer final : public RTCPeerConnectionDelegate,
                             public std::enable_shared_from_this<GStreamerPeer> {
   public:
-    void peerConnectionDidChangeSignalingState(const RTCPeerConnectionPtr&, RTCSignalingState) override {}
-    void peerConnectionDidAddStream(const RTCPeerConnectionPtr&, const RTCMediaStreamPtr&) override {}
-    void peerConnectionDidRemoveStream(const RTCPeerConnectionPtr&, const RTCMediaStreamPtr&) override {}
+    void peerConnectionDidChangeSignalingState(const RTCPeerConnectionPtr&,
+                                               RTCSignalingState) override {}
+    void peerConnectionDidAddStream(const RTCPeerConnectionPtr&,
+                                    const RTCMediaStreamPtr&) override {}
+    void peerConnectionDidRemoveStream(const RTCPeerConnectionPtr&,
+                                       const RTCMediaStreamPtr&) override {}
     void peerConnectionShouldNegotiate(const RTCPeerConnectionPtr&) override {}
     void peerConnectionDidChangeIceConnectionState(const RTCPeerConnectionPtr&,
                                                    RTCIceConnectionState state) override;
@@ -50,7 +53,8 @@ class GStreamerPeer final : public RTCPeerConnectionDelegate,
                                                const RTCIceCandidatePtr& candidate) override;
     void peerConnectionDidRemoveIceCandidates(const RTCPeerConnectionPtr&,
                                               const std::vector<RTCIceCandidatePtr>&) override {}
-    void peerConnectionDidOpenDataChannel(const RTCPeerConnectionPtr&, const RTCDataChannelPtr&) override {}
+    void peerConnectionDidOpenDataChannel(const RTCPeerConnectionPtr&,
+                                          const RTCDataChannelPtr&) override {}
     void peerConnectionDidChangeConnectionState(const RTCPeerConnectionPtr&,
                                                 RTCPeerConnectionState state) override;
 

@@ -107,7 +107,6 @@ enum RTCMediaStreamTrackState : long {
     RTCMediaStreamTrackStateEnded = 1,
 };
 
-
 /// Position of a capture device (the platform's numbering: back 1, front 2).
 enum AVCaptureDevicePosition : long {
     AVCaptureDevicePositionUnspecified = 0,
@@ -117,9 +116,11 @@ enum AVCaptureDevicePosition : long {
 
 /// Four-character pixel-format codes of capture formats.
 using FourCharCode = uint32_t;
-inline constexpr FourCharCode kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange = 0x34323076;  // '420v'
-inline constexpr FourCharCode kCVPixelFormatType_420YpCbCr8BiPlanarFullRange = 0x34323066;   // '420f'
-inline constexpr FourCharCode kCVPixelFormatType_32BGRA = 0x42475241;                        // 'BGRA'
+inline constexpr FourCharCode kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange =
+    0x34323076;  // '420v'
+inline constexpr FourCharCode kCVPixelFormatType_420YpCbCr8BiPlanarFullRange =
+    0x34323066;                                                        // '420f'
+inline constexpr FourCharCode kCVPixelFormatType_32BGRA = 0x42475241;  // 'BGRA'
 /// Planar 4:2:0 ('y420'), what the built-in cameras deliver.
 inline constexpr FourCharCode kCVPixelFormatType_420YpCbCr8Planar = 0x79343230;
 
