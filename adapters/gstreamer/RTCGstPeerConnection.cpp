@@ -156,6 +156,46 @@ void RTCGstPeerConnection::runNext() {
     });
 }
 
+namespace {
+
+// Asks webrtcbin for an offer or an answer. The text handed on carries this
+// connection's certificate fingerprint and, when relay-only, no other candidate.
+// `self` keeps the connection alive until webrtcbin replies.
+void createDescription(RTCGstPeerConnection::Impl& impl,
+                       const std::shared_ptr<QXVCSerialQueue>& queue, RTCSdpType type,
+                       std::shared_ptr<RTCGstPeerConnection> self,
+                       std::function<void(RTCSessionDescriptionPtr, QXDErrorPtr)> finish) {
+    const bool offer = type == RTCSdpTypeOffer;
+    auto* context = new PromiseContext{impl.ref, queue, nullptr};
+    context->handle = [&impl, self = std::move(self), finish = std::move(finish), type, offer](
+                          GstStructure* reply, QXDErrorPtr error) {
+        GstWebRTCSessionDescription* desc = nullptr;
+        if (!error &&
+            (!reply || !gst_structure_get(reply, offer ? "offer" : "answer",
+                                          GST_TYPE_WEBRTC_SESSION_DESCRIPTION, &desc, nullptr))) {
+            error = rtcError(offer ? "No offer was created." : "No answer was created.");
+        }
+        RTCSessionDescriptionPtr sdp;
+        if (desc) {
+            gchar* text = gst_sdp_message_as_text(desc->sdp);
+            std::string fixed = rtcgst::replaceFingerprints(text, impl.localFingerprint);
+            if (impl.relayOnly) {
+                fixed = rtcgst::filterCandidates(fixed);
+            }
+            g_free(text);
+            gst_webrtc_session_description_free(desc);
+            sdp = std::make_shared<RTCSessionDescription>(type, fixed);
+        }
+        finish(sdp, error);
+    };
+    GstPromise* promise =
+        gst_promise_new_with_change_func(promiseChanged, context, promiseDestroyed);
+    g_signal_emit_by_name(impl.webrtc, offer ? "create-offer" : "create-answer", nullptr, promise);
+    gst_promise_unref(promise);
+}
+
+}  // namespace
+
 void RTCGstPeerConnection::offerForConstraints(
     const RTCMediaConstraintsPtr& constraints,
     RTCCreateSessionDescriptionCompletionHandler completion) {
@@ -197,31 +237,7 @@ void RTCGstPeerConnection::offerForConstraints(
         }
         impl_->buildOfferBranches();
         impl_->syncDirections();
-        auto* context = new PromiseContext{impl_->ref, queue_, nullptr};
-        context->handle = [this, self, finish](GstStructure* reply, QXDErrorPtr error) {
-            GstWebRTCSessionDescription* desc = nullptr;
-            if (!error &&
-                (!reply || !gst_structure_get(reply, "offer", GST_TYPE_WEBRTC_SESSION_DESCRIPTION,
-                                              &desc, nullptr))) {
-                error = rtcError("No offer was created.");
-            }
-            RTCSessionDescriptionPtr sdp;
-            if (desc) {
-                gchar* text = gst_sdp_message_as_text(desc->sdp);
-                std::string fixed = rtcgst::replaceFingerprints(text, impl_->localFingerprint);
-                if (impl_->relayOnly) {
-                    fixed = rtcgst::filterCandidates(fixed);
-                }
-                g_free(text);
-                gst_webrtc_session_description_free(desc);
-                sdp = std::make_shared<RTCSessionDescription>(RTCSdpTypeOffer, fixed);
-            }
-            finish(sdp, error);
-        };
-        GstPromise* promise =
-            gst_promise_new_with_change_func(promiseChanged, context, promiseDestroyed);
-        g_signal_emit_by_name(impl_->webrtc, "create-offer", nullptr, promise);
-        gst_promise_unref(promise);
+        createDescription(*impl_, queue_, RTCSdpTypeOffer, self, finish);
     });
 }
 
@@ -246,31 +262,7 @@ void RTCGstPeerConnection::answerForConstraints(
             return;
         }
         impl_->syncDirections();
-        auto* context = new PromiseContext{impl_->ref, queue_, nullptr};
-        context->handle = [this, self, finish](GstStructure* reply, QXDErrorPtr error) {
-            GstWebRTCSessionDescription* desc = nullptr;
-            if (!error &&
-                (!reply || !gst_structure_get(reply, "answer", GST_TYPE_WEBRTC_SESSION_DESCRIPTION,
-                                              &desc, nullptr))) {
-                error = rtcError("No answer was created.");
-            }
-            RTCSessionDescriptionPtr sdp;
-            if (desc) {
-                gchar* text = gst_sdp_message_as_text(desc->sdp);
-                std::string fixed = rtcgst::replaceFingerprints(text, impl_->localFingerprint);
-                if (impl_->relayOnly) {
-                    fixed = rtcgst::filterCandidates(fixed);
-                }
-                g_free(text);
-                gst_webrtc_session_description_free(desc);
-                sdp = std::make_shared<RTCSessionDescription>(RTCSdpTypeAnswer, fixed);
-            }
-            finish(sdp, error);
-        };
-        GstPromise* promise =
-            gst_promise_new_with_change_func(promiseChanged, context, promiseDestroyed);
-        g_signal_emit_by_name(impl_->webrtc, "create-answer", nullptr, promise);
-        gst_promise_unref(promise);
+        createDescription(*impl_, queue_, RTCSdpTypeAnswer, self, finish);
     });
 }
 
