@@ -17,12 +17,18 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <cstdint>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 #include "VelmorinVideoChat/Delegates/QXVCVideoChatDelegate.h"
+#include "VelmorinVideoChat/Platform/Chat/QXDError.h"
+#include "VelmorinVideoChat/Platform/Chat/QXDTypes.h"
 #include "VelmorinVideoChat/Delegates/QXVCVideoViewDelegate.h"
 #include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
 #include "VelmorinVideoChat/QXVCTypes.h"
+#include "VelmorinVideoChat/QXVCTypesInternal.h"
 #include "VelmorinVideoChat/Utils/QXVCFormat.h"
 
 class RTCPeerConnectionFactory;
@@ -30,6 +36,12 @@ class RTCVideoSource;
 class RTCCameraVideoCapturer;
 class RTCCaptureDevice;
 class QXVCCallDelegate;
+class QXVCCallMessage;
+class QXVCSignalMessage;
+class QXVCEndCallMessage;
+class QXVCMediaStreamUpdateMessage;
+class QXVCCallOptions;
+using QXVCCallOptionsPtr = std::shared_ptr<QXVCCallOptions>;
 
 /// Receives each printed log line (without a trailing line break).
 using QXVCLogSink = std::function<void(const std::string& line)>;
@@ -167,6 +179,65 @@ class QXVCMain {
     /// call, receiver for an audio call; microphone on or off as this side
     /// announced it).
     std::shared_ptr<QXVCCallDelegate> getDelegate() const;
+
+    // ---- Placing a call ------------------------------------------------------
+
+    /// Places a call in the channel named by `options` (channelUrl). In order:
+    /// no current chat user: 820100; a start or call already under way: 820200;
+    /// the channel lookup's error as the chat client gave it; a public or super
+    /// channel, or one without exactly two members: 820401. Otherwise a
+    /// caller-side call becomes the active call, its start-call timer starts and
+    /// the start is sent. When the service has echoed it the call has its id,
+    /// both users and TURN credentials, the handler gets nullptr and then every
+    /// delegate hears didSendStartCall, both on the completion-handler queue.
+    /// A failed send reports the chat client's error, except with auto-accept of
+    /// simultaneous starts on and the service's refusal 900600: then the
+    /// auto-accept manager owns the handler (it gets the refusal once the
+    /// collision is settled), and when the refusal does not name the other call
+    /// ("CALL_ID:" not found exactly once) the handler is not called at all.
+    static void startCallWithAudioOnly(bool audioOnly, const QXVCCallOptionsPtr& options,
+                                       std::function<void(QXDErrorPtr error)> completionHandler);
+
+    // ---- Push notifications and lookup ---------------------------------------
+
+    /// Feeds a push payload into the same intake as chat messages. True when the
+    /// payload belongs to the library ("velmorin"."custom_type" begins with
+    /// "QX_VIDEOCHAT"), whether or not anything came of it.
+    static bool handleNotification(const nlohmann::json& payload);
+    /// A call from a push payload, to show an incoming call at once: a start
+    /// gives a registered callee-side call (the registered one when the id is
+    /// known), an end of a known call gives that call marked Closed; anything
+    /// else, a payload without "aps"."category" "velmorin_mesg", or a message id
+    /// already seen gives nullptr. Records the message id, so the same message
+    /// arriving later through the chat channel is dropped as a duplicate. No
+    /// delegate is told, no call delegate is set and auto-accept is not
+    /// consulted.
+    static QXVCCallPtr buildCallFromNotification(const nlohmann::json& payload);
+    /// A read-only view of a start or end chat message (from history, say): the
+    /// registered call of its id, or an unregistered call made from it. Nothing
+    /// is recorded; other messages give nullptr.
+    static QXVCCallPtr buildCallFromUserMessage(const QXDUserMessagePtr& message);
+    /// The registered call with this id, or nullptr.
+    static QXVCCallPtr getCallWithCallId(const std::string& callId);
+
+    /// How an application renders a chat message: Chat for anything that is not
+    /// a call message, Start and End for those signals, NotRender for the rest.
+    static QXVCRenderingMessageType getRenderingMessageType(const QXDBaseMessagePtr& message);
+
+    // ---- Message intake (library-internal) -----------------------------------
+
+    /// Dispatches one call message (see QXVCMainIntake.cpp); false for a
+    /// duplicate id and for a message about an unknown call.
+    bool handleCallMessage(const std::shared_ptr<QXVCCallMessage>& message, int64_t messageId,
+                           const std::string& channelUrl);
+    /// Records `messageId` among the latest 1000 distinct ids; true when it was
+    /// already there.
+    static bool isProcessedMessage(int64_t messageId);
+    void didReceiveOfferCallMessage(const std::shared_ptr<QXVCSignalMessage>& message);
+    void didReceiveAnswerCallMessage(const std::shared_ptr<QXVCSignalMessage>& message);
+    void didReceiveEndMessage(const std::shared_ptr<QXVCEndCallMessage>& message,
+                              QXVCEndType type);
+    void didReceiveUpdateMessage(const std::shared_ptr<QXVCMediaStreamUpdateMessage>& message);
 
     // ---- Tests ---------------------------------------------------------------
 
