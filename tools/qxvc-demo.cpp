@@ -1,128 +1,239 @@
-// Writes the signalling of one call (start, offer, end) the way a phone puts it
-// on the wire, shows each message and its size, and reads each back with the
-// parser. Exits non-zero when anything does not read back as written.
-#include <cstdio>
-#include <string>
+// qxvc-demo: a whole video call between two phones on this machine. It starts
+// coturn on loopback with a fresh shared secret, the chat server with alice,
+// bob and their private channel, and two qxvc-phone processes; alice calls bob,
+// bob accepts, media flow, alice mutes and unmutes, bob turns his video off and
+// on, alice switches camera, alice ends. It then prints both phones' callbacks
+// on one timeline, the call's figures and the signalling the server stored, and
+// writes PNGs of both remote views. Exits non-zero when a step failed; stops
+// every process it started.
+#include <signal.h>
 
-#include "VelmorinVideoChat/Category/NSDictionary+VelmorinVideoChat.h"
-#include "VelmorinVideoChat/MessageParser/QXVCMessageParser.h"
-#include "VelmorinVideoChat/QXVCTypesInternal.h"
-#include "VelmorinVideoChat/Utils/QXVCUtils.h"
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "DemoReport.h"
+#include "LocalCallStack.h"
 
 namespace {
 
-int failures = 0;
+constexpr double kStepSeconds = 30;
 
-void check(bool ok, const char* what) {
-    if (!ok) {
-        std::printf("  FAILED: %s\n", what);
-        ++failures;
+std::mutex printMutex;
+std::chrono::steady_clock::time_point started;
+volatile pid_t turnPid = -1;
+
+/// coturn's pid, from the pid file next to its log.
+pid_t readTurnPid(const std::string& logPath) {
+    std::ifstream in(std::filesystem::path(logPath).parent_path() / "turnserver.pid");
+    long pid = -1;
+    in >> pid;
+    return in ? static_cast<pid_t>(pid) : -1;
+}
+
+void progress(const std::string& text) {
+    std::lock_guard lock(printMutex);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    std::printf("[%6.2fs] %s\n", seconds, text.c_str());
+    std::fflush(stdout);
+}
+
+/// Shows the phones' callbacks as they come.
+std::function<void(const PhoneLine&)> echo(const std::string& user) {
+    return [user](const PhoneLine& line) {
+        if (line.kind == "EVENT") {
+            std::string extra;
+            for (const char* key : {"state", "error", "endType", "audio", "video"}) {
+                if (line.fields.count(key)) {
+                    extra += std::string(" ") + key + "=" + line.field(key);
+                }
+            }
+            progress("    " + user + ": " + line.name + extra);
+        } else if (line.kind == "FAIL") {
+            progress("    " + user + ": " + line.text);
+        }
+    };
+}
+
+class Demo {
+  public:
+    explicit Demo(std::string outDir) : out_(std::move(outDir)), stack_(out_) {}
+
+    bool run();
+    int failures() const { return failures_; }
+    LocalCallStack& stack() { return stack_; }
+    std::unique_ptr<PhoneProcess> alice, bob;
+
+  private:
+    bool step(const std::string& what, bool ok) {
+        if (!ok) {
+            progress("FAILED: " + what);
+            ++failures_;
+        }
+        return ok;
     }
+    bool expect(PhoneProcess& phone, const std::string& event,
+                const std::function<bool(const PhoneLine&)>& match = {}) {
+        return step(phone.user() + " hears " + event,
+                    phone.waitEvent(event, kStepSeconds, match).has_value());
+    }
+    static std::function<bool(const PhoneLine&)> fieldIs(const std::string& key,
+                                                         const std::string& value) {
+        return [key, value](const PhoneLine& line) { return line.field(key) == value; };
+    }
+    void sendTo(PhoneProcess& phone, const std::string& command) {
+        progress(phone.user() + " > " + command);
+        phone.send(command);
+    }
+
+    std::string out_;
+    LocalCallStack stack_;
+    int failures_ = 0;
+};
+
+bool Demo::run() {
+    std::string error;
+    progress("starting coturn and velmorin-chat-server (work folder " + out_ + ")");
+    if (!step("start coturn and the chat server: " + error, stack_.start(error))) {
+        progress(error);
+        return false;
+    }
+    turnPid = readTurnPid(stack_.turn().logPath());
+    progress("TURN on 127.0.0.1:" + std::to_string(stack_.turn().port()) + ", chat server on " +
+             stack_.server().address());
+    alice = stack_.startPhone("alice", {}, error, true, echo("alice"));
+    if (!step("start alice's phone: " + error, alice != nullptr)) {
+        return false;
+    }
+    bob = stack_.startPhone("bob", {}, error, true, echo("bob"));
+    if (!step("start bob's phone: " + error, bob != nullptr)) {
+        return false;
+    }
+    progress("both phones logged in");
+
+    sendTo(*alice, "call video");
+    if (!expect(*alice, "startCallCompleted", fieldIs("error", "0")) ||
+        !expect(*bob, "didReceiveStartCall")) {
+        return false;
+    }
+    sendTo(*bob, "accept");
+    bool ok = expect(*alice, "didReceiveAcceptCall");
+    ok = expect(*alice, "didOpenCall") && ok;
+    ok = expect(*bob, "didOpenCall") && ok;
+    ok = expect(*alice, "firstRemoteFrame") && ok;
+    ok = expect(*bob, "firstRemoteFrame") && ok;
+    if (!ok) {
+        return false;
+    }
+    progress("media flow; letting them run for 4 s");
+    std::this_thread::sleep_for(std::chrono::seconds(4));
+    for (auto* phone : {alice.get(), bob.get()}) {
+        if (auto stats = phone->stats()) {
+            progress(phone->user() + " receives " + stats->field("width") + "x" +
+                     stats->field("height") + ", " + stats->field("frames") + " frames so far");
+        }
+    }
+    sendTo(*alice, "snapshot alice-remote.png");
+    sendTo(*bob, "snapshot bob-remote.png");
+
+    sendTo(*alice, "mute");
+    ok = expect(*bob, "didOpponentAudioStateChange", fieldIs("audio", "0")) && ok;
+    sendTo(*alice, "unmute");
+    ok = expect(*bob, "didOpponentAudioStateChange", fieldIs("audio", "1")) && ok;
+    sendTo(*bob, "video-off");
+    ok = expect(*alice, "didOpponentVideoStateChange", fieldIs("video", "0")) && ok;
+    sendTo(*bob, "video-on");
+    ok = expect(*alice, "didOpponentVideoStateChange", fieldIs("video", "1")) && ok;
+    sendTo(*alice, "switch-camera");
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    ok = step("snapshots written", alice->waitKind("SNAPSHOT", 5).has_value() &&
+                                       bob->waitKind("SNAPSHOT", 5).has_value()) &&
+         ok;
+
+    for (auto* phone : {alice.get(), bob.get()}) {
+        auto stats = phone->stats();
+        ok = step(phone->user() + " reports stats", stats.has_value()) && ok;
+    }
+    sendTo(*alice, "end");
+    ok = expect(*alice, "didSendEndCall") && ok;
+    ok = expect(*bob, "didReceiveEndCall") && ok;
+    return ok;
 }
 
-const char* orNil(const std::optional<std::string>& text) {
-    return text ? text->c_str() : "(nil)";
-}
-
-std::string demoOffer() {
-    return "v=0\r\n"
-           "o=- 3890215471 2 IN IP4 127.0.0.1\r\n"
-           "s=-\r\n"
-           "t=0 0\r\n"
-           "a=group:BUNDLE 0 1\r\n"
-           "m=audio 9 UDP/TLS/RTP/SAVPF 111\r\n"
-           "c=IN IP4 0.0.0.0\r\n"
-           "a=mid:0\r\n"
-           "a=sendrecv\r\n"
-           "a=rtcp-mux\r\n"
-           "a=rtpmap:111 opus/48000/2\r\n"
-           "a=fmtp:111 minptime=10;useinbandfec=1\r\n"
-           "a=msid:ARDAMS ARDAMSa0\r\n"
-           "m=video 9 UDP/TLS/RTP/SAVPF 96\r\n"
-           "c=IN IP4 0.0.0.0\r\n"
-           "a=mid:1\r\n"
-           "a=sendrecv\r\n"
-           "a=rtcp-mux\r\n"
-           "a=rtpmap:96 VP8/90000\r\n"
-           "a=rtcp-fb:96 nack pli\r\n"
-           "a=msid:ARDAMS ARDAMSv0\r\n";
-}
-
-std::string write(const char* command, const nlohmann::json& body) {
-    const std::string data = command + qxvc_toString(body);
-    std::printf("  wire (%zu bytes): %s\n", data.size(), data.c_str());
-    return data;
+void onSignal(int) {
+    // The chat server and the phones die with us (PR_SET_PDEATHSIG); coturn
+    // does not, so it is stopped here.
+    if (turnPid > 0) {
+        ::kill(turnPid, SIGKILL);
+    }
+    std::_Exit(130);
 }
 
 }  // namespace
 
-int main() {
-    std::printf("qxvc-demo: the signalling of one call, written and read back\n\n");
-    const std::string callId = "demo-call-0001";
-
-    std::printf("1. start (the caller asks for a video call; the service adds the call id)\n");
-    const std::string start =
-        write(kQXVCCommandStartCall, {{"type", "start"},
-                                      {"videochat_protocol_ver", kQXVCProtocolVersion},
-                                      {"constraints", {{"audio", true}, {"video", true}}},
-                                      {"is_audio_call", false}});
-    const auto startMessage = std::dynamic_pointer_cast<QXVCStartCallMessage>(
-        QXVCMessageParser::parseMessageData(start, 1001));
-    check(startMessage != nullptr, "start parses as a start message");
-    if (startMessage) {
-        std::printf("  parsed: type=%s callId=%s version=%ld isAudioCall=%d messageId=%lld\n",
-                    orNil(startMessage->type()), orNil(startMessage->callId()),
-                    startMessage->version(), startMessage->isAudioCall(),
-                    static_cast<long long>(startMessage->messageId()));
-        check(startMessage->isStart() && !startMessage->isAudioCall(), "start fields");
+int main(int argc, char** argv) {
+    started = std::chrono::steady_clock::now();
+    std::string out = "out/demo";
+    if (argc == 3 && std::string(argv[1]) == "--out") {
+        out = argv[2];
+    } else if (argc != 1) {
+        std::fprintf(stderr, "usage: qxvc-demo [--out DIR]   (default DIR: out/demo)\n");
+        return 2;
     }
-
-    std::printf("\n2. offer (the callee's session description, gzip + base64)\n");
-    const std::string sdp = demoOffer();
-    QXDErrorPtr error;
-    const std::string compressed = QXVCUtils::compressString(sdp, &error);
-    check(error == nullptr && !compressed.empty(), "the offer compresses");
-    std::printf("  sdp: %zu bytes plain, %zu bytes compressed\n", sdp.size(), compressed.size());
-    const std::string offer =
-        write(kQXVCCommandSignalCall, {{"type", "offer"},
-                                       {"call_id", callId},
-                                       {"videochat_protocol_ver", kQXVCProtocolVersion},
-                                       {"sdp", compressed}});
-    const auto offerMessage = std::dynamic_pointer_cast<QXVCSignalMessage>(
-        QXVCMessageParser::parseMessageData(offer, 1002));
-    check(offerMessage != nullptr, "offer parses as a signal message");
-    if (offerMessage) {
-        std::printf("  parsed: type=%s callId=%s isOffer=%d sdp=%zu bytes (%s)\n",
-                    orNil(offerMessage->type()), orNil(offerMessage->callId()),
-                    offerMessage->isOffer(), offerMessage->sdp().size(),
-                    offerMessage->sdp() == sdp ? "identical to the original" : "DIFFERENT");
-        check(offerMessage->isOffer() && offerMessage->sdp() == sdp, "offer round trip");
+    std::error_code fsError;
+    std::filesystem::remove_all(out, fsError);
+    std::filesystem::create_directories(out, fsError);
+    if (fsError) {
+        std::fprintf(stderr, "qxvc-demo: cannot prepare %s: %s\n", out.c_str(),
+                     fsError.message().c_str());
+        return 2;
     }
+    std::signal(SIGINT, onSignal);
+    std::signal(SIGTERM, onSignal);
 
-    std::printf("\n3. end (the caller hangs up)\n");
-    const std::string end =
-        write(kQXVCCommandEndCall, {{"type", NSStringFromEndType(QXVCEndTypeEnd)},
-                                    {"call_id", callId},
-                                    {"videochat_protocol_ver", kQXVCProtocolVersion},
-                                    {"is_audio_call", false}});
-    const auto endMessage = std::dynamic_pointer_cast<QXVCEndCallMessage>(
-        QXVCMessageParser::parseMessageData(end, 1003));
-    check(endMessage != nullptr, "end parses as an end message");
-    if (endMessage) {
-        std::printf("  parsed: type=%s callId=%s isEnd=%d endType=%lu period=%lld\n",
-                    orNil(endMessage->type()), orNil(endMessage->callId()), endMessage->isEnd(),
-                    static_cast<unsigned long>(endMessage->endType()),
-                    static_cast<long long>(endMessage->period()));
-        check(endMessage->isEnd() && endMessage->endType() == QXVCEndTypeEnd, "end fields");
+    Demo demo(out);
+    const bool ok = demo.run();
+
+    DemoSide caller{"alice", {}, std::nullopt, ""};
+    DemoSide callee{"bob", {}, std::nullopt, ""};
+    for (auto* side : {&caller, &callee}) {
+        auto& phone = side == &caller ? demo.alice : demo.bob;
+        if (!phone) {
+            continue;
+        }
+        const int status = phone->quit();
+        if (status != 0) {
+            progress(side->user + "'s phone exited with status " + std::to_string(status));
+        }
+        side->lines = phone->parsedLines();
+        for (const auto& line : side->lines) {
+            if (line.kind == "STATS") {
+                side->finalStats = line;
+            } else if (line.kind == "SNAPSHOT") {
+                side->snapshot = line.field("file") + " (" + line.field("bytes") + " bytes)";
+            }
+        }
     }
+    progress("stopping the chat server and coturn");
+    demo.stack().stop();
+    const auto audit = auditSignalling(demo.stack().server().dbPath());
+    printDemoReport(caller, callee, audit);
 
-    std::printf(
-        "\nThe full demo, a call between two phones through the chat server and a TURN\n"
-        "relay, is to come; this one shows the wire format only.\n");
-    if (failures > 0) {
-        std::printf("qxvc-demo: %d check(s) failed\n", failures);
+    int failures = demo.failures() + (ok ? 0 : 1);
+    if (!audit.error.empty() || !audit.leaks.empty()) {
+        ++failures;
+    }
+    std::printf("\nLogs, database and PNGs: %s\n", out.c_str());
+    if (failures > 0 || !ok) {
+        std::printf("qxvc-demo: FAILED\n");
         return 1;
     }
-    std::printf("qxvc-demo: all messages read back as written\n");
+    std::printf("qxvc-demo: the call went through every step\n");
     return 0;
 }

@@ -1,0 +1,88 @@
+// Calls that go through: a video call with every media control, and an
+// audio-only call.
+#include <fstream>
+
+#include "PhoneCallFixture.h"
+
+namespace {
+
+/// Size of the file when it starts like a PNG, else 0.
+size_t pngSize(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    char signature[8] = {};
+    in.read(signature, sizeof signature);
+    if (!in || std::string(signature, 8) != "\x89PNG\r\n\x1a\n") {
+        return 0;
+    }
+    in.seekg(0, std::ios::end);
+    return static_cast<size_t>(in.tellg());
+}
+
+}  // namespace
+
+TEST_F(PhoneCallTest, VideoCallCarriesMediaBothWaysAndEveryControlReachesTheOtherSide) {
+    auto& alice = phone("alice");
+    auto& bob = phone("bob");
+    const auto callId = establishCall(alice, bob);
+    ASSERT_FALSE(callId.empty());
+
+    // Media both ways, and both remote views can be written out.
+    EXPECT_TRUE(framesGrowBeyond(alice, 30));
+    EXPECT_TRUE(framesGrowBeyond(bob, 30));
+    alice.send("snapshot alice.png");
+    bob.send("snapshot bob.png");
+    auto aliceShot = alice.waitKind("SNAPSHOT", kStep);
+    auto bobShot = bob.waitKind("SNAPSHOT", kStep);
+    ASSERT_TRUE(aliceShot && bobShot);
+    EXPECT_GT(pngSize(aliceShot->field("file")), 100u);
+    EXPECT_GT(pngSize(bobShot->field("file")), 100u);
+    EXPECT_GT(aliceShot->number("width"), 0);
+
+    // Each update is heard by the other side with the new value.
+    alice.send("mute");
+    expectEvent(bob, "didOpponentAudioStateChange", kStep, fieldIs("audio", "0"));
+    alice.send("unmute");
+    expectEvent(bob, "didOpponentAudioStateChange", kStep, fieldIs("audio", "1"));
+    bob.send("video-off");
+    expectEvent(alice, "didOpponentVideoStateChange", kStep, fieldIs("video", "0"));
+    bob.send("video-on");
+    expectEvent(alice, "didOpponentVideoStateChange", kStep, fieldIs("video", "1"));
+    alice.send("video-off");
+    expectEvent(bob, "didOpponentVideoStateChange", kStep, fieldIs("video", "0"));
+    alice.send("video-on");
+    expectEvent(bob, "didOpponentVideoStateChange", kStep, fieldIs("video", "1"));
+    alice.send("speaker-off");
+    alice.send("speaker-on");
+
+    // After a camera switch the video keeps coming.
+    const long before = remoteFrames(bob);
+    alice.send("switch-camera");
+    EXPECT_TRUE(framesGrowBeyond(bob, before + 30));
+
+    // Neither side dropped on the way, and the call id never changed.
+    EXPECT_TRUE(alice.events("didDropCall").empty());
+    EXPECT_TRUE(bob.events("didDropCall").empty());
+    for (const auto& event : bob.events("didOpponentVideoStateChange")) {
+        EXPECT_EQ(event.field("call"), callId);
+    }
+    EXPECT_TRUE(alice.events("didOpponentAudioStateChange").empty())
+        << "bob never touched his microphone";
+
+    endCall(alice, bob, "end");
+    EXPECT_EQ(alice.quit(), 0);
+    EXPECT_EQ(bob.quit(), 0);
+}
+
+TEST_F(PhoneCallTest, AudioOnlyCallOpensAndEnds) {
+    auto& alice = phone("alice");
+    auto& bob = phone("bob");
+    const auto callId = establishCall(alice, bob, /*audioOnly*/ true);
+    ASSERT_FALSE(callId.empty());
+    bob.send("mute");
+    expectEvent(alice, "didOpponentAudioStateChange", kStep, fieldIs("audio", "0"));
+    bob.send("unmute");
+    expectEvent(alice, "didOpponentAudioStateChange", kStep, fieldIs("audio", "1"));
+    endCall(bob, alice, "end");
+    EXPECT_EQ(alice.quit(), 0);
+    EXPECT_EQ(bob.quit(), 0);
+}

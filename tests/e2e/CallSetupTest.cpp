@@ -1,0 +1,86 @@
+// How a call comes about or fails to: declined, cancelled, unanswered, taken
+// from a push payload after coming online, and two users calling each other at
+// once.
+#include "PhoneCallFixture.h"
+
+namespace {
+
+/// alice calls; bob's phone rings. True when both saw it.
+bool ring(PhoneProcess& alice, PhoneProcess& bob) {
+    alice.send("call video");
+    return alice.waitEvent("didSendStartCall", kStep).has_value() &&
+           bob.waitEvent("didReceiveStartCall", kStep).has_value();
+}
+
+}  // namespace
+
+TEST_F(PhoneCallTest, CalleeDeclines) {
+    auto& alice = phone("alice");
+    auto& bob = phone("bob");
+    ASSERT_TRUE(ring(alice, bob));
+    bob.send("decline");
+    expectEvent(bob, "didSendEndCall", kStep, fieldIs("endType", "decline"));
+    expectEvent(alice, "didReceiveEndCall", kStep, fieldIs("endType", "decline"));
+    EXPECT_TRUE(alice.events("didOpenCall").empty());
+    // Both are free again: a new call can be placed right away.
+    alice.send("call video");
+    expectEvent(alice, "startCallCompleted", kStep, fieldIs("error", "0"));
+}
+
+TEST_F(PhoneCallTest, CallerCancelsWhileRinging) {
+    auto& alice = phone("alice");
+    auto& bob = phone("bob");
+    ASSERT_TRUE(ring(alice, bob));
+    endCall(alice, bob, "cancel");
+    EXPECT_TRUE(bob.events("didOpenCall").empty());
+}
+
+TEST_F(PhoneCallTest, UnansweredCallEndsOnBothSidesByTheStartCallTimeout) {
+    auto& alice = phone("alice", {"--start-call-timeout", "30"});
+    auto& bob = phone("bob");
+    ASSERT_TRUE(ring(alice, bob));
+    expectEvent(alice, "didSendEndCall", 50, fieldIs("endType", "timeout"));
+    expectEvent(bob, "didReceiveEndCall", kStep, fieldIs("endType", "timeout"));
+}
+
+TEST_F(PhoneCallTest, OfflineCalleeTakesThePushPayloadAndAccepts) {
+    auto& alice = phone("alice");
+    alice.send("call video");
+    auto sent = expectEvent(alice, "didSendStartCall");
+    ASSERT_TRUE(sent);
+
+    // bob logs in afterwards: the start waits for him as a push payload.
+    auto& bob = phone("bob", {"--push-mode", "build"});
+    auto built = expectEvent(bob, "pushBuilt", kStep, fieldIs("result", "1"));
+    ASSERT_TRUE(built);
+    EXPECT_EQ(built->field("call"), sent->field("call"));
+    EXPECT_EQ(built->field("source"), "login");
+    expectEvent(bob, "acceptCompleted", kStep, fieldIs("error", "0"));
+    expectRelayCandidates_ = true;
+    auto aliceOpen = expectEvent(alice, "didOpenCall");
+    auto bobOpen = expectEvent(bob, "didOpenCall");
+    ASSERT_TRUE(aliceOpen && bobOpen);
+    EXPECT_EQ(bobOpen->field("call"), sent->field("call"));
+    expectEvent(alice, "firstRemoteFrame");
+    expectEvent(bob, "firstRemoteFrame");
+    endCall(bob, alice, "end");
+}
+
+TEST_F(PhoneCallTest, SimultaneousStartsBecomeOneCall) {
+    auto& alice = phone("alice", {"--auto-accept-simultaneous"});
+    auto& bob = phone("bob", {"--auto-accept-simultaneous"});
+    alice.send("call video");
+    bob.send("call video");
+    expectRelayCandidates_ = true;
+    auto aliceOpen = expectEvent(alice, "didOpenCall");
+    auto bobOpen = expectEvent(bob, "didOpenCall");
+    ASSERT_TRUE(aliceOpen && bobOpen);
+    EXPECT_EQ(aliceOpen->field("call"), bobOpen->field("call"));
+    EXPECT_NE(aliceOpen->field("role"), bobOpen->field("role"));
+    expectEvent(alice, "firstRemoteFrame");
+    expectEvent(bob, "firstRemoteFrame");
+    endCall(alice, bob, "end");
+    // No second call opened on either side.
+    EXPECT_EQ(alice.events("didOpenCall").size(), 1u);
+    EXPECT_EQ(bob.events("didOpenCall").size(), 1u);
+}

@@ -1,0 +1,135 @@
+// qxvc-phone's answer to bad input: flags, scripts and push files it cannot use
+// are refused with a clear message and status 2 before it connects anywhere;
+// a script step that fails makes the phone exit with status 1.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "ChildProcess.h"
+#include "PhoneCallFixture.h"
+#include "ToolPaths.h"
+
+namespace {
+
+struct Outcome {
+    int status = -1;
+    std::string output;  ///< stdout and stderr
+};
+
+Outcome runPhone(const std::vector<std::string>& args) {
+    char tmpl[] = "/tmp/velmorin-phone-input.XXXXXX";
+    const int fd = mkstemp(tmpl);
+    if (fd >= 0) {
+        close(fd);
+    }
+    ChildProcess::Spec spec;
+    spec.argv = {phoneBinary()};
+    spec.argv.insert(spec.argv.end(), args.begin(), args.end());
+    spec.logPath = tmpl;
+    std::string error;
+    auto process = ChildProcess::start(std::move(spec), error);
+    Outcome outcome;
+    if (!process) {
+        outcome.output = error;
+        return outcome;
+    }
+    outcome.status = process->waitExit(20);
+    process->stop();
+    std::ifstream in(tmpl);
+    std::stringstream text;
+    text << in.rdbuf();
+    outcome.output = text.str();
+    std::remove(tmpl);
+    return outcome;
+}
+
+std::string writeTemp(const std::string& content) {
+    char tmpl[] = "/tmp/velmorin-phone-file.XXXXXX";
+    const int fd = mkstemp(tmpl);
+    if (fd >= 0) {
+        close(fd);
+    }
+    std::ofstream(tmpl) << content;
+    return tmpl;
+}
+
+const std::vector<std::string> kValid = {"--server", "127.0.0.1:1", "--user",
+                                         "alice",    "--channel",   "alice-bob"};
+
+std::vector<std::string> validWith(std::vector<std::string> extra) {
+    auto args = kValid;
+    args.insert(args.end(), extra.begin(), extra.end());
+    return args;
+}
+
+}  // namespace
+
+TEST(PhoneInputTest, BadFlagsScriptsAndPushFilesAreRefusedWithAReason) {
+    const auto badScript = writeTemp("call video\nwait didOpenCall 5\ndial bob\n");
+    const auto badWait = writeTemp("wait didEverything\n");
+    const auto notJson = writeTemp("{\"aps\": ");
+    const auto notObjects = writeTemp("[1, 2]");
+    const struct {
+        std::vector<std::string> args;
+        const char* reason;
+    } cases[] = {
+        {{"--bogus"}, "unknown flag '--bogus'"},
+        {{"--user", "alice", "--channel", "c"}, "--server HOST:PORT is required"},
+        {{"--server", "localhost"}, "--server wants HOST:PORT"},
+        {{"--server", "127.0.0.1:70000", "--user", "a", "--channel", "c"}, "--server wants"},
+        {{"--server", "127.0.0.1:1", "--channel", "c"}, "--user is required"},
+        {{"--server", "127.0.0.1:1", "--user", "a"}, "--channel is required"},
+        {validWith({"--start-call-timeout", "10"}), "from 30 to 60"},
+        {validWith({"--start-call-timeout", "forty"}), "from 30 to 60"},
+        {validWith({"--push-mode", "later"}), "handle or build"},
+        {validWith({"--log-level"}), "needs a value"},
+        {validWith({"--script", "/nonexistent/script"}), "cannot read script"},
+        {validWith({"--script", badScript}), ":3: unknown command 'dial'"},
+        {validWith({"--script", badWait}), "unknown event 'didEverything'"},
+        {validWith({"--push-file", "/nonexistent/push.json"}), "cannot read push file"},
+        {validWith({"--push-file", notJson}), "is not JSON"},
+        {validWith({"--push-file", notObjects}), "must be a JSON object"},
+    };
+    for (const auto& c : cases) {
+        const auto outcome = runPhone(c.args);
+        EXPECT_EQ(outcome.status, 2) << c.reason << "\n" << outcome.output;
+        EXPECT_NE(outcome.output.find(c.reason), std::string::npos)
+            << "expected \"" << c.reason << "\" in:\n"
+            << outcome.output;
+        EXPECT_NE(outcome.output.find("usage: qxvc-phone"), std::string::npos);
+    }
+    for (const auto& path : {badScript, badWait, notJson, notObjects}) {
+        std::remove(path.c_str());
+    }
+}
+
+TEST(PhoneInputTest, UnreachableServerIsAStartFailureNotAHang) {
+    const auto outcome = runPhone(kValid);
+    EXPECT_EQ(outcome.status, 1) << outcome.output;
+    EXPECT_NE(outcome.output.find("cannot log in to 127.0.0.1:1 as alice"), std::string::npos)
+        << outcome.output;
+}
+
+TEST_F(PhoneCallTest, ScriptStepThatTimesOutFailsThePhoneAndForeignPushIsIgnored) {
+    const auto script = writeTemp("stats\nwait didOpenCall 1\nstats\n");
+    const auto push =
+        writeTemp(R"({"aps": {"category": "other"}, "velmorin": {"custom_type": "x"}})");
+    auto& alice = launchPhone("alice", {"--script", script, "--push-file", push});
+    EXPECT_EQ(alice.process().waitExit(kStep), 1);
+    const auto lines = alice.parsedLines();
+    int stats = 0;
+    bool failed = false;
+    for (const auto& line : lines) {
+        stats += line.kind == "STATS";
+        failed = failed || (line.kind == "FAIL" &&
+                            line.text.find("no didOpenCall within 1 s") != std::string::npos);
+    }
+    EXPECT_TRUE(failed);
+    EXPECT_EQ(stats, 1) << "the script must stop at the failed step";
+    auto handled = alice.events("pushHandled");
+    ASSERT_EQ(handled.size(), 1u);
+    EXPECT_EQ(handled[0].field("result"), "0");
+    std::remove(script.c_str());
+    std::remove(push.c_str());
+}

@@ -1,0 +1,240 @@
+#include "PhoneController.h"
+
+#include <chrono>
+
+#include "VelmorinVideoChat/Call/QXVCCallOptions.h"
+#include "VelmorinVideoChat/QXVCMain.h"
+#include "VelmorinVideoChat/QXVCTypesInternal.h"
+
+namespace {
+
+std::string messageField(const QXDUserMessagePtr& message) {
+    return "message=" + std::to_string(message ? message->messageId() : 0);
+}
+
+std::string endFields(const QXVCCallPtr& call) {
+    if (!call) {
+        return "";
+    }
+    return "endType=" + NSStringFromEndType(call->endType()) +
+           " ender=" + call->enderId().value_or("-");
+}
+
+std::string errorField(const QXDErrorPtr& error) {
+    return error ? "error=" + std::to_string(error->code()) : "error=0";
+}
+
+}  // namespace
+
+std::shared_ptr<PhoneController> PhoneController::create(PhoneOptions options,
+                                                         std::shared_ptr<PhoneEventLog> log) {
+    return std::shared_ptr<PhoneController>(
+        new PhoneController(std::move(options), std::move(log)));
+}
+
+PhoneController::PhoneController(PhoneOptions options, std::shared_ptr<PhoneEventLog> log)
+    : options_(std::move(options)), log_(std::move(log)) {}
+
+PhoneController::~PhoneController() {
+    shutdown();
+}
+
+void PhoneController::install() {
+    std::weak_ptr<PhoneController> weak = weak_from_this();
+    auto on = [weak](const char* name) {
+        return [weak, name](const QXVCCallPtr& call) {
+            if (auto self = weak.lock()) {
+                self->onEvent(name, call);
+            }
+        };
+    };
+    chatDelegate_ = std::make_shared<QXVCVideoChatDelegate>();
+    chatDelegate_->didReceiveStartCall = [weak](const QXVCCallPtr& call) {
+        auto self = weak.lock();
+        if (!self) {
+            return;
+        }
+        self->onEvent("didReceiveStartCall", call);
+        bool fromPush = false;
+        {
+            std::lock_guard lock(self->mutex_);
+            fromPush = std::exchange(self->acceptFromPush_, false);
+        }
+        if (self->options_.autoAccept || fromPush) {
+            self->accept(call);
+        }
+    };
+    chatDelegate_->didSendStartCall = [weak](const QXVCCallPtr& call,
+                                             const QXDUserMessagePtr& message) {
+        if (auto self = weak.lock()) {
+            if (call) {
+                call->viewIsReady();
+            }
+            self->onEvent("didSendStartCall", call, messageField(message));
+        }
+    };
+    chatDelegate_->didReceiveAcceptCall = on("didReceiveAcceptCall");
+    chatDelegate_->didReceiveEndCall = [weak](const QXVCCallPtr& call) {
+        if (auto self = weak.lock()) {
+            self->onEvent("didReceiveEndCall", call, endFields(call));
+        }
+    };
+    chatDelegate_->didOpponentAudioStateChange = [weak](const QXVCCallPtr& call) {
+        if (auto self = weak.lock()) {
+            self->onEvent("didOpponentAudioStateChange", call, self->opponentFlags(call));
+        }
+    };
+    chatDelegate_->didOpponentVideoStateChange = [weak](const QXVCCallPtr& call) {
+        if (auto self = weak.lock()) {
+            self->onEvent("didOpponentVideoStateChange", call, self->opponentFlags(call));
+        }
+    };
+    chatDelegate_->didSendAcceptCall = on("didSendAcceptCall");
+    chatDelegate_->didSendEndCall = [weak](const QXVCCallPtr& call,
+                                           const QXDUserMessagePtr& message) {
+        if (auto self = weak.lock()) {
+            self->onEvent("didSendEndCall", call, endFields(call) + " " + messageField(message));
+        }
+    };
+    chatDelegate_->didOpenCall = on("didOpenCall");
+    chatDelegate_->didDropCall = on("didDropCall");
+    chatDelegate_->didReopenCall = on("didReopenCall");
+    QXVCMain::addVideoChatDelegate(chatDelegate_, "qxvc-phone");
+
+    viewDelegate_ = std::make_shared<QXVCVideoViewDelegate>();
+    viewDelegate_->remoteVideoView = [weak](const std::shared_ptr<QXVCRemoteVideoView>&,
+                                            CGSize size) {
+        if (auto self = weak.lock()) {
+            self->log_->event("didChangeVideoSize", self->currentCall(),
+                              "width=" + std::to_string(static_cast<long>(size.width)) +
+                                  " height=" + std::to_string(static_cast<long>(size.height)));
+        }
+    };
+    QXVCMain::setVideoViewDelegate(viewDelegate_);
+
+    frameWatch_ = std::thread([this] { watchFrames(); });
+}
+
+void PhoneController::shutdown() {
+    stopping_ = true;
+    if (frameWatch_.joinable()) {
+        frameWatch_.join();
+    }
+    if (chatDelegate_) {
+        QXVCMain::removeVideoChatDelegateWithIdentifier("qxvc-phone");
+        QXVCMain::removeVideoViewDelegate();
+        chatDelegate_.reset();
+    }
+}
+
+QXVCCallPtr PhoneController::currentCall() const {
+    std::lock_guard lock(mutex_);
+    return current_;
+}
+
+void PhoneController::remember(const QXVCCallPtr& call) {
+    if (!call) {
+        return;
+    }
+    std::lock_guard lock(mutex_);
+    current_ = call;
+}
+
+void PhoneController::onEvent(const std::string& name, const QXVCCallPtr& call,
+                              const std::string& extra) {
+    remember(call);
+    log_->event(name, call, extra);
+}
+
+std::string PhoneController::opponentFlags(const QXVCCallPtr& call) const {
+    if (!call) {
+        return "";
+    }
+    auto opponent = call->myRole() == QXVCRoleCaller ? call->callee() : call->caller();
+    if (!opponent) {
+        return "audio=- video=-";
+    }
+    return std::string("audio=") + (opponent->isAudioEnabled() ? "1" : "0") +
+           " video=" + (opponent->isVideoEnabled() ? "1" : "0");
+}
+
+QXVCCallOptionsPtr PhoneController::makeCallOptions(bool audioOnly) {
+    auto options = QXVCCallOptions::initWithChannelUrl(options_.channel);
+    auto local = QXVCLocalVideoView::create();
+    auto remote = QXVCRemoteVideoView::create();
+    options->setLocalVideoView(local);
+    options->setRemoteVideoView(remote);
+    options->setVideoEnabled(!audioOnly);
+    options->setResolution(CGSize{640, 480});
+    std::lock_guard lock(mutex_);
+    localView_ = local;
+    remoteView_ = remote;
+    currentOptions_ = options;
+    return options;
+}
+
+void PhoneController::accept(const QXVCCallPtr& call) {
+    if (!call) {
+        return;
+    }
+    remember(call);
+    auto options = makeCallOptions(call->isAudioCall());
+    call->viewIsReady();
+    auto log = log_;
+    std::weak_ptr<QXVCCall> weakCall = call;
+    call->acceptWithOptions(options, [log, weakCall](QXDErrorPtr error) {
+        log->event("acceptCompleted", weakCall.lock(), errorField(error));
+    });
+}
+
+void PhoneController::handlePushPayloads(const std::vector<nlohmann::json>& payloads,
+                                         const std::string& source) {
+    QXVCCallPtr toAccept;
+    for (const auto& payload : payloads) {
+        if (options_.pushMode == PhoneOptions::PushMode::Handle) {
+            {
+                std::lock_guard lock(mutex_);
+                acceptFromPush_ = true;
+            }
+            const bool mine = QXVCMain::handleNotification(payload);
+            log_->event("pushHandled", nullptr,
+                        "source=" + source + " result=" + (mine ? "1" : "0"));
+            continue;
+        }
+        auto call = QXVCMain::buildCallFromNotification(payload);
+        log_->event("pushBuilt", call, "source=" + source + " result=" + (call ? "1" : "0"));
+        if (!call) {
+            continue;
+        }
+        remember(call);
+        if (call->state() == QXVCStateClosed) {
+            if (toAccept && toAccept->callId() == call->callId()) {
+                toAccept.reset();
+            }
+        } else if (call->myRole() == QXVCRoleCallee) {
+            toAccept = call;
+        }
+    }
+    if (toAccept) {
+        accept(toAccept);
+    }
+}
+
+void PhoneController::watchFrames() {
+    std::shared_ptr<QXVCRemoteVideoView> reported;
+    while (!stopping_) {
+        std::shared_ptr<QXVCRemoteVideoView> view;
+        {
+            std::lock_guard lock(mutex_);
+            view = remoteView_;
+        }
+        if (view && view != reported && view->frameCount() > 0) {
+            reported = view;
+            const auto size = view->videoSize();
+            log_->event("firstRemoteFrame", currentCall(),
+                        "width=" + std::to_string(static_cast<long>(size.width)) +
+                            " height=" + std::to_string(static_cast<long>(size.height)));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}

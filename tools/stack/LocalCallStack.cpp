@@ -1,0 +1,78 @@
+#include "LocalCallStack.h"
+
+#include <openssl/rand.h>
+
+#include <filesystem>
+
+namespace {
+
+std::string randomToken() {
+    unsigned char raw[12];
+    RAND_bytes(raw, sizeof raw);
+    static const char* digits = "0123456789abcdef";
+    std::string out;
+    for (unsigned char c : raw) {
+        out += digits[c >> 4];
+        out += digits[c & 15];
+    }
+    return out;
+}
+
+}  // namespace
+
+LocalCallStack::LocalCallStack(std::string workDir) : workDir_(std::move(workDir)) {}
+
+LocalCallStack::~LocalCallStack() {
+    stop();
+}
+
+bool LocalCallStack::start(std::string& error) {
+    std::error_code ignored;
+    std::filesystem::create_directories(snapshotDir(), ignored);
+    if (!std::filesystem::is_directory(snapshotDir())) {
+        error = "cannot create " + snapshotDir();
+        return false;
+    }
+    if (!turn_.start()) {
+        error = "coturn: " + turn_.error();
+        return false;
+    }
+    ChatServerProcess::Config config;
+    config.users = {{"alice", "Alice", randomToken()}, {"bob", "Bob", randomToken()}};
+    config.channels = {{kChannel, "Alice & Bob", false, false, {"alice", "bob"}}};
+    config.turnUrl = turn_.url();
+    config.turnSecret = turn_.secret();
+    server_ = std::make_unique<ChatServerProcess>(workDir_, std::move(config));
+    if (!server_->start(error)) {
+        stop();
+        return false;
+    }
+    return true;
+}
+
+void LocalCallStack::stop() {
+    if (server_) {
+        server_->stop();
+    }
+    turn_.stop();
+}
+
+std::unique_ptr<PhoneProcess> LocalCallStack::startPhone(
+    const std::string& user, const std::vector<std::string>& extraArgs, std::string& error,
+    bool wait, std::function<void(const PhoneLine&)> onLine) {
+    PhoneProcess::Spec spec;
+    spec.user = user;
+    for (const auto& known : server_->config().users) {
+        if (known.id == user) {
+            spec.token = known.token;
+        }
+    }
+    spec.channel = kChannel;
+    spec.server = server_->address();
+    spec.snapshotDir = snapshotDir();
+    spec.logPath = workDir_ + "/phone-" + user + "-" + std::to_string(++phones_) + ".log";
+    spec.extraArgs = extraArgs;
+    spec.onLine = std::move(onLine);
+    return wait ? PhoneProcess::start(std::move(spec), error)
+                : PhoneProcess::launch(std::move(spec), error);
+}

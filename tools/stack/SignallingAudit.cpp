@@ -1,0 +1,114 @@
+#include "SignallingAudit.h"
+
+#include <sqlite3.h>
+
+#include <nlohmann/json.hpp>
+
+#include "VelmorinVideoChat/Utils/QXVCUtils.h"
+
+namespace {
+
+int countOf(const std::string& text, const std::string& needle) {
+    int count = 0;
+    for (auto at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+/// Looks for candidates in `text`; `where` names it in a leak report.
+void inspect(const std::string& text, const std::string& where, SignallingAudit& audit) {
+    audit.relayCandidates += countOf(text, "typ relay");
+    for (const char* bad : {"typ host", "typ srflx", "typ prflx"}) {
+        if (text.find(bad) != std::string::npos) {
+            audit.leaks.push_back(where + ": " + bad);
+        }
+    }
+}
+
+/// Every string value inside `json` that looks like a compressed SDP.
+void inspectSdp(const nlohmann::json& json, const std::string& where, SignallingAudit& audit) {
+    if (json.is_object()) {
+        for (auto it = json.begin(); it != json.end(); ++it) {
+            if (it.key() == "sdp" && it.value().is_string()) {
+                QXDErrorPtr error;
+                auto sdp = QXVCUtils::decompressString(it.value().get<std::string>(), &error);
+                if (error || !sdp) {
+                    audit.leaks.push_back(where + ": sdp that does not decompress");
+                } else {
+                    inspect(*sdp, where + " (sdp)", audit);
+                }
+            } else {
+                inspectSdp(it.value(), where, audit);
+            }
+        }
+    } else if (json.is_array()) {
+        for (const auto& item : json) {
+            inspectSdp(item, where, audit);
+        }
+    }
+}
+
+std::string column(sqlite3_stmt* statement, int index) {
+    const auto* text = sqlite3_column_text(statement, index);
+    return text ? reinterpret_cast<const char*>(text) : "";
+}
+
+}  // namespace
+
+SignallingAudit auditSignalling(const std::string& dbPath) {
+    SignallingAudit audit;
+    sqlite3* db = nullptr;
+    if (sqlite3_open_v2(dbPath.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
+        audit.error = "cannot open " + dbPath + ": " + (db ? sqlite3_errmsg(db) : "no memory");
+        sqlite3_close(db);
+        return audit;
+    }
+    sqlite3_busy_timeout(db, 3000);
+    sqlite3_stmt* statement = nullptr;
+    const char* query =
+        "SELECT message_id, sender_id, data, message, custom_type FROM messages ORDER BY "
+        "message_id";
+    if (sqlite3_prepare_v2(db, query, -1, &statement, nullptr) != SQLITE_OK) {
+        audit.error = std::string("cannot read messages: ") + sqlite3_errmsg(db);
+        sqlite3_close(db);
+        return audit;
+    }
+    int step;
+    while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
+        const std::string id = column(statement, 0);
+        const std::string sender = column(statement, 1);
+        const std::string data = column(statement, 2);
+        const std::string text = column(statement, 3);
+        const std::string customType = column(statement, 4);
+        const std::string where = "message " + id + " from " + sender;
+        std::string command = data.substr(0, 4);
+        std::string callId = "-";
+        const std::string prefix = "QX_VIDEOCHAT_";
+        if (customType.rfind(prefix, 0) == 0 && customType.size() > prefix.size()) {
+            callId = customType.substr(prefix.size());
+        }
+        auto body = nlohmann::json::parse(data.size() > 4 ? data.substr(4) : "", nullptr, false);
+        if (body.is_object()) {
+            if (body.contains("call_id") && body["call_id"].is_string()) {
+                callId = body["call_id"].get<std::string>();
+            }
+            if (body.contains("type") && body["type"].is_string()) {
+                command += " " + body["type"].get<std::string>();
+            }
+            inspectSdp(body, where, audit);
+        }
+        inspect(data, where, audit);
+        for (auto* totals : {&audit.all, &audit.byCall[callId], &audit.bySender[sender]}) {
+            totals->messages += 1;
+            totals->bytes += text.size() + customType.size() + data.size();
+        }
+        ++audit.byCommand[command];
+    }
+    if (step != SQLITE_DONE) {
+        audit.error = std::string("reading messages failed: ") + sqlite3_errmsg(db);
+    }
+    sqlite3_finalize(statement);
+    sqlite3_close(db);
+    return audit;
+}
