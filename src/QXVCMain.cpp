@@ -3,6 +3,7 @@
 
 #include "QXVCMainChannelDelegate.h"
 #include "QXVCMainState.h"
+#include "VelmorinVideoChat/Call/QXVCAutoAcceptManager.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
 #include "VelmorinVideoChat/QXVCTypesInternal.h"
 
@@ -81,6 +82,8 @@ void QXVCMain::resetForTesting() {
         std::lock_guard lock(s.completionQueueMutex);
         s.completionHandlerAndDelegatesQueue.reset();
     }
+    s.processedMessageIds.clear();
+    QXVCAutoAcceptManager::removeAllForTesting();
     QXVCCallPtr previous;
     {
         std::lock_guard lock(s.activeCallMutex);

@@ -12,8 +12,8 @@ class QXVCMainChannelDelegate final : public QXDChannelDelegate {
   public:
     explicit QXVCMainChannelDelegate(std::weak_ptr<QXVCMain> main) : main_(std::move(main)) {}
 
-    /// Message intake starts here. Until the intake is in place, channel events
-    /// are not acted on.
+    /// Message intake starts here: a user message in a group channel whose data
+    /// reads as a call message goes to QXVCMain::handleCallMessage.
     void channel(const QXDBaseChannelPtr& channel, const QXDBaseMessagePtr& message) override;
 
   private:

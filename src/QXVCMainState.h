@@ -7,6 +7,7 @@
 #include <mutex>
 #include <shared_mutex>
 
+#include "QXVCProcessedMessageIds.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDChannel.h"
 #include "VelmorinVideoChat/QXVCMain.h"
 
@@ -39,6 +40,9 @@ struct QXVCMain::State {
     std::atomic<long> logLevel{0};
     mutable std::mutex logSinkMutex;
     std::shared_ptr<const QXVCLogSink> logSink;  // nullptr: the default sink
+
+    /// Message ids already taken up by the intake (channel and push paths).
+    QXVCProcessedMessageIds processedMessageIds;
 
     /// Registered with the chat port; the port holds it weakly.
     QXDChannelDelegatePtr channelDelegate;

@@ -12,20 +12,20 @@
 // callback runs. No operation throws.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <cstdint>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "VelmorinVideoChat/Delegates/QXVCVideoChatDelegate.h"
+#include "VelmorinVideoChat/Delegates/QXVCVideoViewDelegate.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDError.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDTypes.h"
-#include "VelmorinVideoChat/Delegates/QXVCVideoViewDelegate.h"
 #include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
 #include "VelmorinVideoChat/QXVCTypes.h"
 #include "VelmorinVideoChat/QXVCTypesInternal.h"
@@ -235,16 +235,17 @@ class QXVCMain {
     static bool isProcessedMessage(int64_t messageId);
     void didReceiveOfferCallMessage(const std::shared_ptr<QXVCSignalMessage>& message);
     void didReceiveAnswerCallMessage(const std::shared_ptr<QXVCSignalMessage>& message);
-    void didReceiveEndMessage(const std::shared_ptr<QXVCEndCallMessage>& message,
-                              QXVCEndType type);
+    /// Clears the call the end names and tells the delegates; `type` is unused.
+    void didReceiveEndMessage(const std::shared_ptr<QXVCCallMessage>& message, QXVCEndType type);
     void didReceiveUpdateMessage(const std::shared_ptr<QXVCMediaStreamUpdateMessage>& message);
 
     // ---- Tests ---------------------------------------------------------------
 
     /// For tests only: puts the instance's settings back to their initial values
     /// (log level 0 and the default sink, no delegates, the main queue, timeout
-    /// 30, auto-accept off, no call going on). The instance and its channel
-    /// delegate registration stay.
+    /// 30, auto-accept off, no call going on, no message id seen, no
+    /// auto-accept record). The instance and its channel delegate registration
+    /// stay.
     static void resetForTesting();
 
     /// "<QXVCMain: 0x...>"; also the identifier of its channel delegate.

@@ -1,6 +1,7 @@
 // Umbrella header of VelmorinVideoChat.
 #pragma once
 
+#include "VelmorinVideoChat/Call/QXVCAutoAcceptManager.h"
 #include "VelmorinVideoChat/Call/QXVCBaseCall.h"
 #include "VelmorinVideoChat/Call/QXVCCall.h"
 #include "VelmorinVideoChat/Call/QXVCCallDelegate.h"

@@ -6,7 +6,6 @@
 // an earlier timer, and an expiry leaves its field as it is.
 #include "QXVCMainDelegateFanOut.h"
 #include "VelmorinVideoChat/Call/QXVCCall.h"
-#include "VelmorinVideoChat/Call/QXVCCallManager.h"
 #include "VelmorinVideoChat/MessageParser/QXVCCallMessage.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
 #include "VelmorinVideoChat/QXVCMain.h"
@@ -186,11 +185,9 @@ void QXVCCall::viewPreparationTimeout() {
     // in practice, so the active call answers its parked offer.
     auto user = QXDMain::getCurrentUser();
     bool sameId = user && user->userId() == callId();
-    if (QXVCMain::getActiveCall() == self && !sameId && message) {
-        // What the coordinator does with an incoming offer: the call registered
-        // under the offer's id answers it.
-        if (auto target = QXVCCallManager::get<QXVCCall>(message->callId().value_or(""))) {
-            target->answerCallWithMessage(message);
+    if (QXVCMain::getActiveCall() == self && !sameId) {
+        if (auto main = QXVCMain::sharedInstance()) {
+            main->didReceiveOfferCallMessage(message);
         }
     }
 }
