@@ -1,0 +1,201 @@
+// Whole coordinator flows against the Velmorin service in process: the library
+// is alice (in-process chat client, fake RTC engine, manual main queue); the
+// test plays bob (and carol) by sending signalling through the service, and
+// reads what alice sent from the messages delivered to bob.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "VelmorinChat/QXDInProcessChatClient.h"
+#include "VelmorinService/ChatService.h"
+#include "VelmorinVideoChat/Call/QXVCAutoAcceptManager.h"
+#include "VelmorinVideoChat/Call/QXVCCall.h"
+#include "VelmorinVideoChat/Call/QXVCCallManager.h"
+#include "VelmorinVideoChat/Client/QXVCClient.h"
+#include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
+#include "VelmorinVideoChat/QXVCMain.h"
+#include "VelmorinVideoChat/Utils/QXVCUtils.h"
+#include "support/FakeRTCPeerConnection.h"
+#include "support/FakeRTCPlatform.h"
+
+class FlowTest : public ::testing::Test {
+  protected:
+    static constexpr const char* kPrivate = "alice-bob";
+    static constexpr const char* kWithCarol = "alice-carol";
+    static constexpr const char* kPublic = "public-room";
+    static constexpr const char* kThree = "three-of-us";
+
+    void SetUp() override {
+        queue = QXVCManualQueue::create("main");
+        QXVCMainQueue::replaceForTesting(queue);
+        QXVCMain::resetForTesting();
+        QXVCCallManager::removeAllForTesting();
+        QXVCMain::setLogLevel(QXVCInternalLogLevelDebug);
+        QXVCMain::setLogSink([this](const std::string& line) {
+            std::lock_guard lock(mutex);
+            logLines.push_back(line);
+        });
+
+        service = velmorin::ChatService::create();
+        for (const char* id : {"alice", "bob", "carol"}) {
+            service->upsertUser(QXDUser(id, id));
+        }
+        service->createGroupChannel({kPrivate, "", false, false, {"alice", "bob"}});
+        service->createGroupChannel({kWithCarol, "", false, false, {"alice", "carol"}});
+        service->createGroupChannel({kPublic, "", true, false, {"alice", "bob"}});
+        service->createGroupChannel({kThree, "", false, false, {"alice", "bob", "carol"}});
+        for (const char* id : {"bob", "carol"}) {
+            std::string who = id;
+            service->connect(
+                id, [this, who](const QXDUserMessagePtr& message, const velmorin::ChannelInfo&) {
+                    std::lock_guard lock(mutex);
+                    received[who].push_back(message);
+                });
+        }
+
+        QXDInProcessChatClient::Options options;
+        options.eventQueue = queue;
+        options.callbackQueue = queue;
+        chat = QXDInProcessChatClient::create(service, "alice", options);
+        QXDMain::setChatClient(chat);
+        platform = FakeRTCPlatform::install();
+        QXVCMain::prepareVideoDevice();
+        QXVCMain::sharedInstance();  // registers the intake with the chat port
+
+        app = std::make_shared<QXVCVideoChatDelegate>();
+        auto record = [this](const char* name) {
+            return [this, name](const QXVCCallPtr& call) {
+                events.push_back(name);
+                eventCalls.push_back(call);
+            };
+        };
+        app->didReceiveStartCall = record("didReceiveStartCall");
+        app->didReceiveAcceptCall = record("didReceiveAcceptCall");
+        app->didReceiveEndCall = record("didReceiveEndCall");
+        app->didOpponentAudioStateChange = record("didOpponentAudioStateChange");
+        app->didOpponentVideoStateChange = record("didOpponentVideoStateChange");
+        app->didSendAcceptCall = record("didSendAcceptCall");
+        app->didOpenCall = record("didOpenCall");
+        app->didSendStartCall = [this](const QXVCCallPtr& call, const QXDUserMessagePtr&) {
+            events.push_back("didSendStartCall");
+            eventCalls.push_back(call);
+        };
+        app->didSendEndCall = [this](const QXVCCallPtr& call, const QXDUserMessagePtr&) {
+            events.push_back("didSendEndCall");
+            eventCalls.push_back(call);
+        };
+        QXVCMain::addVideoChatDelegate(app, "app");
+    }
+
+    void TearDown() override {
+        QXVCMain::resetForTesting();
+        QXVCCallManager::removeAllForTesting();
+        QXDMain::setChatClient(nullptr);
+        QXVCMainQueue::replaceForTesting(QXVCManualQueue::create("idle"));
+        queue.reset();
+        chat.reset();
+        FakeRTCPlatform::uninstall();
+    }
+
+    // ---- The other side -------------------------------------------------------
+
+    /// Sends `command` + `body` as `from` in `channel`; returns the stored
+    /// message (nullptr when the service refused it).
+    QXDUserMessagePtr send(const std::string& from, const std::string& channel,
+                           const std::string& command, nlohmann::json body,
+                           const std::optional<std::string>& callId = std::nullopt) {
+        if (callId) {
+            body["call_id"] = *callId;
+        }
+        body["videochat_protocol_ver"] = 1;
+        auto params = QXVCClient::buildMessageParamsWithSignalingCommand(command, body, callId);
+        auto result = service->send(from, channel, *params);
+        return result.error ? nullptr : result.value;
+    }
+
+    /// Bob (or `from`) starts a call; returns its call id.
+    std::string startFrom(const std::string& from = "bob", const std::string& channel = kPrivate,
+                          bool audioOnly = false) {
+        auto stored = send(from, channel, "STCA",
+                           {{"type", "start"},
+                            {"is_audio_call", audioOnly},
+                            {"constraints", {{"audio", true}, {"video", !audioOnly}}}});
+        if (!stored) {
+            return "";
+        }
+        auto body = nlohmann::json::parse(stored->data().substr(4));
+        return body.value("call_id", "");
+    }
+
+    QXDUserMessagePtr sendSignal(const std::string& callId, const std::string& type,
+                                 nlohmann::json extra = nlohmann::json::object(),
+                                 const std::string& from = "bob",
+                                 const std::string& channel = kPrivate) {
+        extra["type"] = type;
+        return send(from, channel, "SGNL", extra, callId);
+    }
+
+    QXDUserMessagePtr sendOffer(const std::string& callId) {
+        return sendSignal(callId, "offer",
+                          {{"sdp", QXVCUtils::compressString(std::string("v=0\r\nm=video\r\n"))}});
+    }
+
+    QXDUserMessagePtr sendEnd(const std::string& callId, const std::string& endType = "end",
+                              const std::string& from = "bob",
+                              const std::string& channel = kPrivate) {
+        return send(from, channel, "ENCA", {{"type", endType}}, callId);
+    }
+
+    /// What `who` received from alice, as "<command> <type>".
+    std::vector<std::string> receivedBy(const std::string& who = "bob") {
+        std::lock_guard lock(mutex);
+        std::vector<std::string> out;
+        for (const auto& message : received[who]) {
+            auto body = nlohmann::json::parse(message->data().substr(4), nullptr, false);
+            std::string type = body.is_object() ? body.value("type", "?") : "?";
+            out.push_back(message->data().substr(0, 4) + " " + type);
+        }
+        return out;
+    }
+
+    bool logged(const std::string& text) {
+        std::lock_guard lock(mutex);
+        for (const auto& line : logLines) {
+            if (line.find(text) != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    int count(const std::string& event) const {
+        return static_cast<int>(std::count(events.begin(), events.end(), event));
+    }
+
+    /// The last peer connection the fake engine made.
+    std::shared_ptr<FakeRTCPeerConnection> lastConnection() const {
+        return platform->lastPeerConnection();
+    }
+
+    void run() { queue->runUntilIdle(); }
+
+    std::shared_ptr<QXVCManualQueue> queue;
+    velmorin::ChatServicePtr service;
+    QXDInProcessChatClientPtr chat;
+    std::shared_ptr<FakeRTCPlatform> platform;
+    QXVCVideoChatDelegatePtr app;
+    std::vector<std::string> events;
+    std::vector<QXVCCallPtr> eventCalls;
+    std::mutex mutex;
+    std::map<std::string, std::vector<QXDUserMessagePtr>> received;
+    std::vector<std::string> logLines;
+};

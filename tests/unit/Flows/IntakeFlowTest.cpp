@@ -1,0 +1,240 @@
+// Incoming call messages: de-duplication, the incoming start, the offer at the
+// caller, answers, candidates, updates and ends for active and other calls.
+#include "FlowFixture.h"
+#include "VelmorinVideoChat/MessageParser/QXVCMessageParser.h"
+
+namespace {
+
+/// Alice accepts bob's call with ready views; returns the call.
+QXVCCallPtr acceptIncoming(const std::string& callId) {
+    auto call = QXVCMain::getCallWithCallId(callId);
+    if (call) {
+        call->viewIsReady();
+        call->acceptWithOptions(QXVCCallOptions::initWithChannelUrl(call->channelUrl()));
+    }
+    return call;
+}
+
+}  // namespace
+
+TEST_F(FlowTest, IncomingStartBecomesARegisteredCalleeCallAndReachesTheDelegates) {
+    std::string callId = startFrom("bob");
+    ASSERT_FALSE(callId.empty());
+    EXPECT_TRUE(events.empty()) << "nothing runs before the queue does";
+    run();
+
+    ASSERT_EQ(events, std::vector<std::string>{"didReceiveStartCall"});
+    auto call = eventCalls[0];
+    EXPECT_EQ(call, QXVCMain::getCallWithCallId(callId));
+    EXPECT_EQ(call->myRole(), QXVCRoleCallee);
+    EXPECT_EQ(call->state(), QXVCStateConnecting);
+    EXPECT_EQ(call->caller()->userId(), "bob");
+    EXPECT_EQ(call->channelUrl(), kPrivate);
+    // The callee's own TURN credentials: "<expiry>:alice".
+    auto servers = call->iceServers();
+    ASSERT_TRUE(servers && servers->size() == 1);
+    EXPECT_NE((*servers)[0]->username().value_or("").find(":alice"), std::string::npos);
+    EXPECT_EQ(QXVCMain::getActiveCall(), nullptr) << "an incoming call owns nothing yet";
+}
+
+TEST_F(FlowTest, DuplicateDeliveryOfAnyMessageIsActedOnOnce) {
+    chat->duplicateDeliveries(2);
+    std::string callId = startFrom("bob");
+    sendEnd(callId, "cancel");
+    run();
+    EXPECT_EQ(events, (std::vector<std::string>{"didReceiveStartCall", "didReceiveEndCall"}));
+    EXPECT_TRUE(logged("[QXVC] The call message is duplicated."));
+}
+
+TEST_F(FlowTest, TheLatestThousandDistinctIdsAreKept) {
+    for (int64_t id = 1; id <= 1000; ++id) {
+        ASSERT_FALSE(QXVCMain::isProcessedMessage(id));
+    }
+    EXPECT_TRUE(QXVCMain::isProcessedMessage(1));
+    EXPECT_TRUE(QXVCMain::isProcessedMessage(1000));
+    EXPECT_FALSE(QXVCMain::isProcessedMessage(1001));  // evicts 1
+    EXPECT_FALSE(QXVCMain::isProcessedMessage(1));     // new again, evicts 2
+    EXPECT_FALSE(QXVCMain::isProcessedMessage(2));
+    EXPECT_TRUE(QXVCMain::isProcessedMessage(4));
+}
+
+TEST_F(FlowTest, OwnStartComingBackAndRepeatedStartOfAKnownCall) {
+    // Alice's own start, as another device of hers would deliver it.
+    auto own = std::dynamic_pointer_cast<QXVCStartCallMessage>(QXVCMessageParser::parseMessageData(
+        R"(STCA{"call_id":"own-1","type":"start","caller":{"user_id":"alice"},)"
+        R"("callee":{"user_id":"bob"}})",
+        900));
+    ASSERT_TRUE(own);
+    EXPECT_TRUE(QXVCMain::sharedInstance()->handleCallMessage(own, 900, kPrivate));
+    run();
+    EXPECT_EQ(QXVCMain::getCallWithCallId("own-1"), nullptr);
+    EXPECT_TRUE(events.empty());
+
+    // The same call id under a new message id: a new call replaces the first.
+    auto theirs = QXVCMessageParser::parseMessageData(
+        R"(STCA{"call_id":"c-2","type":"start","caller":{"user_id":"bob"}})", 901);
+    QXVCMain::sharedInstance()->handleCallMessage(theirs, 901, kPrivate);
+    auto first = QXVCMain::getCallWithCallId("c-2");
+    auto again = QXVCMessageParser::parseMessageData(
+        R"(STCA{"call_id":"c-2","type":"start","caller":{"user_id":"bob"}})", 902);
+    QXVCMain::sharedInstance()->handleCallMessage(again, 902, kPrivate);
+    run();
+    EXPECT_EQ(count("didReceiveStartCall"), 2);
+    EXPECT_NE(QXVCMain::getCallWithCallId("c-2"), first);
+}
+
+TEST_F(FlowTest, OfferBeforeTheViewsAreReadyWaitsAQuarterSecondThenAnswers) {
+    auto options = QXVCCallOptions::initWithChannelUrl(kPrivate);
+    QXVCMain::startCallWithAudioOnly(false, options, nullptr);
+    run();
+    auto call = QXVCMain::getActiveCall();
+    ASSERT_TRUE(call);
+    ASSERT_TRUE(call->startCallTimer());
+    events.clear();
+
+    sendOffer(call->callId());
+    run();
+    EXPECT_EQ(call->startCallTimer(), nullptr) << "the callee accepted: no start timeout";
+    EXPECT_EQ(count("didReceiveAcceptCall"), 0);
+    EXPECT_TRUE(logged("[QXVC] Waits for the preparation of the view"));
+
+    queue->advance(QXVCCall::kViewPreparationDelay);
+    lastConnection()->completeAll();
+    run();
+    EXPECT_EQ(count("didReceiveAcceptCall"), 1);
+    EXPECT_EQ(receivedBy().back(), "SGNL answer");
+}
+
+TEST_F(FlowTest, OfferWithReadyViewsIsAnsweredAtOnceButOnlyByTheActiveCall) {
+    auto options = QXVCCallOptions::initWithChannelUrl(kPrivate);
+    QXVCMain::startCallWithAudioOnly(false, options, nullptr);
+    run();
+    auto call = QXVCMain::getActiveCall();
+    ASSERT_TRUE(call);
+    call->viewIsReady();
+    sendOffer(call->callId());
+    run();
+    lastConnection()->completeAll();
+    run();
+    EXPECT_EQ(count("didReceiveAcceptCall"), 1);
+    EXPECT_EQ(receivedBy().back(), "SGNL answer");
+    auto remote = lastConnection()->remoteDescriptionsSet();
+    ASSERT_EQ(remote.size(), 1u);
+    EXPECT_EQ(remote[0]->sdp(), "v=0\r\nm=video\r\n") << "the offer's SDP, decompressed";
+
+    // Carol's call is known but owns nothing: accepted is reported, no answer.
+    std::string carolsCall = startFrom("carol", kWithCarol);
+    run();
+    QXVCMain::getCallWithCallId(carolsCall)->viewIsReady();
+    size_t connections = platform->peerConnections().size();
+    sendSignal(carolsCall, "offer", {{"sdp", ""}}, "carol", kWithCarol);
+    run();
+    EXPECT_EQ(count("didReceiveAcceptCall"), 2);
+    EXPECT_EQ(platform->peerConnections().size(), connections);
+    EXPECT_TRUE(receivedBy("carol").empty());
+}
+
+TEST_F(FlowTest, AnswerCandidatesAndUpdatesReachOnlyTheActiveCall) {
+    std::string callId = startFrom("bob");
+    std::string carolsCall = startFrom("carol", kWithCarol);
+    run();
+    auto call = acceptIncoming(callId);
+    lastConnection()->completeAll();
+    run();
+    ASSERT_EQ(receivedBy().back(), "SGNL offer");
+    auto connection = lastConnection();
+    ASSERT_TRUE(call->offerTimer());
+
+    sendSignal(callId, "answer", {{"sdp", QXVCUtils::compressString(std::string("v=0 answer"))}});
+    sendSignal(callId, "candidate",
+               {{"sdp", "candidate:1 1 udp 2 127.0.0.1 5000 typ relay"},
+                {"sdp_mid", "0"},
+                {"sdp_mline_index", 0}});
+    sendSignal(callId, "audio", {{"is_enabled", false}});
+    sendSignal(callId, "video", {{"is_enabled", false}});
+    // The same for carol's call, which is not the active one.
+    sendSignal(carolsCall, "candidate", {{"sdp", "candidate:2 1 udp 2 127.0.0.1 6000 typ relay"}},
+               "carol", kWithCarol);
+    sendSignal(carolsCall, "audio", {{"is_enabled", false}}, "carol", kWithCarol);
+    // And for a call nobody knows.
+    sendSignal("no-such-call", "answer", {{"sdp", ""}});
+    run();
+    connection->completeAll();
+    run();
+
+    EXPECT_EQ(call->offerTimer(), nullptr);
+    ASSERT_EQ(connection->remoteDescriptionsSet().size(), 1u);
+    EXPECT_EQ(connection->remoteDescriptionsSet()[0]->sdp(), "v=0 answer");
+    EXPECT_EQ(connection->remoteDescriptionsSet()[0]->type(), RTCSdpTypeAnswer);
+    ASSERT_EQ(connection->addedCandidates().size(), 1u);
+    EXPECT_EQ(connection->addedCandidates()[0]->sdp(),
+              "candidate:1 1 udp 2 127.0.0.1 5000 typ relay");
+    // Bob is the caller here, so the caller's flags change.
+    EXPECT_FALSE(call->caller()->isAudioEnabled());
+    EXPECT_FALSE(call->caller()->isVideoEnabled());
+    EXPECT_EQ(count("didOpponentAudioStateChange"), 1);
+    EXPECT_EQ(count("didOpponentVideoStateChange"), 1);
+    EXPECT_TRUE(QXVCMain::getCallWithCallId(carolsCall)->caller()->isAudioEnabled());
+}
+
+TEST_F(FlowTest, AnswerThatCannotBeAppliedEndsTheCallWithTheUnknownType) {
+    std::string callId = startFrom("bob");
+    run();
+    acceptIncoming(callId);
+    lastConnection()->completeAll();
+    run();
+    sendSignal(callId, "answer", {{"sdp", QXVCUtils::compressString(std::string("bad"))}});
+    run();
+    ASSERT_TRUE(
+        lastConnection()->failOperation(FakeRTCPeerConnection::Operation::SetRemoteDescription));
+    run();
+    EXPECT_EQ(receivedBy().back(), "ENCA unknown");
+}
+
+TEST_F(FlowTest, EndOfTheActiveCallClearsItAndEndOfAnUnknownCallIsStillReported) {
+    std::string callId = startFrom("bob");
+    run();
+    auto call = acceptIncoming(callId);
+    lastConnection()->completeAll();
+    run();
+    ASSERT_TRUE(QXVCMain::isCalling());
+    sendEnd(callId, "end");
+    run();
+    EXPECT_EQ(events.back(), "didReceiveEndCall");
+    EXPECT_EQ(eventCalls.back(), call);
+    EXPECT_EQ(call->endType(), QXVCEndTypeEnd);
+    EXPECT_EQ(call->enderId().value_or(""), "bob");
+    EXPECT_FALSE(QXVCMain::isCalling());
+    EXPECT_EQ(QXVCMain::getActiveCall(), nullptr);
+    EXPECT_TRUE(lastConnection()->isClosed());
+    EXPECT_EQ(QXVCMain::getCallWithCallId(callId), nullptr);
+
+    // A call this device never saw start.
+    events.clear();
+    sendEnd("never-seen", "timeout");
+    run();
+    ASSERT_EQ(events, std::vector<std::string>{"didReceiveEndCall"});
+    EXPECT_EQ(eventCalls.back()->callId(), "never-seen");
+    EXPECT_EQ(eventCalls.back()->state(), QXVCStateClosed);
+    EXPECT_EQ(eventCalls.back()->endType(), QXVCEndTypeTimeout);
+    EXPECT_EQ(QXVCMain::getCallWithCallId("never-seen"), nullptr) << "registered, then cleared";
+}
+
+TEST_F(FlowTest, RenderingTypeOfChatAndCallMessages) {
+    std::string callId = startFrom("bob");
+    auto offer = sendOffer(callId);
+    auto end = sendEnd(callId, "cancel");
+    auto start = service->messages("alice", kPrivate).value.front();
+    auto plain = std::make_shared<QXDUserMessage>(1, kPrivate, "hi", "", "", nullptr);
+    auto startAsChat =
+        std::make_shared<QXDUserMessage>(2, kPrivate, "hi", "CHAT", start->data(), nullptr);
+    EXPECT_EQ(QXVCMain::getRenderingMessageType(start), QXVCRenderingMessageTypeStart);
+    EXPECT_EQ(QXVCMain::getRenderingMessageType(end), QXVCRenderingMessageTypeEnd);
+    EXPECT_EQ(offer->customType(), "QX_VIDEOCHAT_" + callId);
+    EXPECT_EQ(QXVCMain::getRenderingMessageType(offer), QXVCRenderingMessageTypeNotRender);
+    EXPECT_EQ(QXVCMain::getRenderingMessageType(plain), QXVCRenderingMessageTypeChat);
+    EXPECT_EQ(QXVCMain::getRenderingMessageType(startAsChat), QXVCRenderingMessageTypeChat);
+    EXPECT_EQ(QXVCMain::getRenderingMessageType(nullptr), QXVCRenderingMessageTypeChat);
+    // Nothing was recorded: the messages still count as new for the intake.
+    EXPECT_FALSE(QXVCMain::isProcessedMessage(start->messageId()));
+}
