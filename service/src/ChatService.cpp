@@ -51,14 +51,26 @@ QXDErrorPtr ChatService::State::checkMember(const std::string& userId,
 
 // Life ------------------------------------------------------------------------
 
-std::shared_ptr<ChatService> ChatService::create(ServiceSettings settings, ServiceClockPtr clock) {
-    return std::shared_ptr<ChatService>(new ChatService(std::move(settings), std::move(clock)));
+std::shared_ptr<ChatService> ChatService::create(ServiceSettings settings, ServiceClockPtr clock,
+                                                 ChatStorePtr store) {
+    return std::shared_ptr<ChatService>(
+        new ChatService(std::move(settings), std::move(clock), std::move(store)));
 }
 
-ChatService::ChatService(ServiceSettings settings, ServiceClockPtr clock)
+ChatService::ChatService(ServiceSettings settings, ServiceClockPtr clock, ChatStorePtr store)
     : state_(std::make_unique<State>()) {
     state_->settings = std::move(settings);
     state_->clock = clock ? std::move(clock) : ServiceClock::system();
+    state_->store = std::move(store);
+    if (state_->store) {
+        auto kept = state_->store->load();
+        state_->lastMessageId = kept.lastMessageId;
+        state_->restoredMessages = std::move(kept.messages);
+        for (auto& [userId, payloads] : kept.pushPayloads) {
+            state_->pushPayloads[userId].assign(std::make_move_iterator(payloads.begin()),
+                                                std::make_move_iterator(payloads.end()));
+        }
+    }
 }
 
 ChatService::~ChatService() = default;
@@ -118,6 +130,11 @@ ServiceResult<ChannelInfo> ChatService::createGroupChannel(const GroupChannelSpe
     record.info.isPublic = request.isPublic;
     record.info.isSuper = request.isSuper;
     record.memberIds = request.memberIds;
+    if (auto restored = state_->restoredMessages.find(url);
+        restored != state_->restoredMessages.end()) {
+        record.messages = std::move(restored->second);
+        state_->restoredMessages.erase(restored);
+    }
     auto& stored = state_->channels[url] = std::move(record);
     state_->channelOrder.push_back(url);
     return {state_->snapshot(stored), nullptr};
@@ -197,6 +214,9 @@ ServiceResult<QXDUserMessagePtr> ChatService::send(const std::string& senderId,
         stored = std::make_shared<const QXDUserMessage>(
             ++state_->lastMessageId, channelUrl, params.message(), params.customType(),
             std::move(data), sender, state_->clock->nowMilliseconds());
+        if (state_->store && !state_->store->messageStored(*stored)) {
+            return {nullptr, makeError(QXDErrorRequestFailed, "The message could not be stored.")};
+        }
         channel.messages.push_back(stored);
 
         const ChannelInfo info = state_->snapshot(channel);
@@ -267,6 +287,9 @@ std::vector<nlohmann::json> ChatService::takePushPayloads(const std::string& use
     std::vector<nlohmann::json> taken(std::make_move_iterator(it->second.begin()),
                                       std::make_move_iterator(it->second.end()));
     state_->pushPayloads.erase(it);
+    if (state_->store) {
+        state_->store->pushPayloadsTaken(userId);
+    }
     return taken;
 }
 

@@ -39,6 +39,7 @@ struct PendingDelivery {
 struct ChatService::State {
     ServiceSettings settings;
     ServiceClockPtr clock;
+    ChatStorePtr store;  // nullptr: nothing outlives the service
 
     mutable std::mutex mutex;
     std::map<std::string, QXDUser> users;
@@ -50,6 +51,8 @@ struct ChatService::State {
     std::map<uint64_t, std::pair<std::string, DeliverySink>> connections;
     std::map<std::string, std::deque<nlohmann::json>> pushPayloads;
     std::deque<PendingDelivery> outbox;
+    /// Messages restored from the store whose channel does not exist yet.
+    std::map<std::string, std::vector<QXDUserMessagePtr>> restoredMessages;
     bool draining = false;
 
     // All below run with `mutex` held.

@@ -25,10 +25,16 @@ void ChatService::State::keepPushPayload(const std::string& userId, const QXDUse
           {"data", message.data()},
           {"sender", std::move(sender)}}}};
 
+    if (store) {
+        store->pushPayloadKept(userId, payload);
+    }
     auto& kept = pushPayloads[userId];
     kept.push_back(std::move(payload));
     while (settings.maxPushPayloadsPerUser > 0 && kept.size() > settings.maxPushPayloadsPerUser) {
         kept.pop_front();
+        if (store) {
+            store->oldestPushPayloadDropped(userId);
+        }
     }
 }
 

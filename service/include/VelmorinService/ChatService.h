@@ -66,6 +66,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "VelmorinService/ChatStore.h"
 #include "VelmorinService/ServiceClock.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDError.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDTypes.h"
@@ -122,8 +123,12 @@ struct ServiceResult {
 class ChatService {
   public:
     /// A service with `settings`; `clock` nullptr means the system clock.
+    /// With a `store`, the service starts from what the store kept (message ids
+    /// continue after the largest kept one; kept messages join their channel
+    /// when it is created) and tells it every message and push payload change.
     static std::shared_ptr<ChatService> create(ServiceSettings settings = {},
-                                               ServiceClockPtr clock = nullptr);
+                                               ServiceClockPtr clock = nullptr,
+                                               ChatStorePtr store = nullptr);
     ~ChatService();
     ChatService(const ChatService&) = delete;
     ChatService& operator=(const ChatService&) = delete;
@@ -182,7 +187,7 @@ class ChatService {
     struct State;
 
   private:
-    ChatService(ServiceSettings settings, ServiceClockPtr clock);
+    ChatService(ServiceSettings settings, ServiceClockPtr clock, ChatStorePtr store);
     void drainDeliveries();
     std::unique_ptr<State> state_;
 };
