@@ -1,0 +1,208 @@
+// QXDWebSocketChatClient against a chat server in this process: login,
+// lookups, call signalling through the service, reconnection and push payloads.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <set>
+
+#include "ChatServerHarness.h"
+#include "VelmorinService/ChatWireProtocol.h"
+#include "VelmorinVideoChat/Utils/QXVCJSON.h"
+
+using namespace chatserver_test;
+
+namespace {
+
+constexpr const char* kStart =
+    R"(STCA{"type":"start","videochat_protocol_ver":1,"is_audio_call":false})";
+
+std::string endOf(const std::string& callId) {
+    return R"(ENCA{"type":"end","end_type":"end","videochat_protocol_ver":1,"call_id":")" + callId +
+           "\"}";
+}
+
+/// Sends `data` as `senderId` straight through the service.
+int64_t sendDirect(InProcessServer& server, const std::string& senderId, const std::string& data) {
+    auto params = QXDUserMessageParams::initWithMessage("direct");
+    params->setData(data);
+    auto sent = server.service->send(senderId, kChannel, *params);
+    return sent.value ? sent.value->messageId() : -1;
+}
+
+}  // namespace
+
+TEST(ChatServerClientTest, ConnectReportsBadTokenAndMissingServer) {
+    InProcessServer server;
+    auto intruder = makeClient(server.port(), "alice", "wrong");
+    auto error = intruder->connect();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain(), velmorin::wire::kWireErrorDomain);
+    EXPECT_EQ(error->code(), velmorin::wire::kWireUnauthorized);
+    EXPECT_FALSE(intruder->isConnected());
+    EXPECT_EQ(intruder->getCurrentUser(), nullptr);
+
+    // A refused client does not keep trying behind the application's back.
+    EXPECT_TRUE(waitUntil([&] { return server.server->connectionCount() == 0; }));
+
+    const uint16_t closedPort = server.port();
+    server.server->stop();
+    auto nobody = makeClient(closedPort, "alice");
+    error = nobody->connect();
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), QXDErrorConnectionRequired);
+
+    // Sends and lookups fail promptly while not connected.
+    auto [channel, lookupError] = lookUp(*nobody, kChannel);
+    EXPECT_EQ(channel, nullptr);
+    ASSERT_TRUE(lookupError);
+    EXPECT_EQ(lookupError->code(), QXDErrorConnectionRequired);
+    std::promise<QXDErrorPtr> sendResult;
+    nobody->sendUserMessage(
+        kChannel, QXDUserMessageParams::initWithMessage("x"),
+        [&](QXDUserMessagePtr, QXDErrorPtr sendError) { sendResult.set_value(sendError); });
+    auto sendError = sendResult.get_future().get();
+    ASSERT_TRUE(sendError);
+    EXPECT_EQ(sendError->code(), QXDErrorConnectionRequired);
+}
+
+TEST(ChatServerClientTest, StartEchoAndRefusalKeepTheServiceData) {
+    InProcessServer server;
+    auto alice = makeClient(server.port(), "alice");
+    auto bob = makeClient(server.port(), "bob");
+    auto bobHears = std::make_shared<RecordingDelegate>();
+    bob->addChannelDelegate(bobHears, "test");
+    ASSERT_EQ(alice->connect(), nullptr);
+    ASSERT_EQ(bob->connect(), nullptr);
+    ASSERT_TRUE(alice->getCurrentUser());
+    EXPECT_EQ(alice->getCurrentUser()->nickname(), "Alice");
+
+    auto [channel, error] = lookUp(*alice, kChannel);
+    ASSERT_TRUE(channel) << (error ? error->description() : "timeout");
+    EXPECT_FALSE(channel->isPublic());
+    EXPECT_FALSE(channel->isSuper());
+    ASSERT_EQ(channel->memberCount(), 2);
+    EXPECT_EQ(channel->members()[1].userId(), "bob");
+
+    auto [echo, sendError] = sendThrough(channel, kStart);
+    ASSERT_TRUE(echo) << (sendError ? sendError->description() : "timeout");
+    ASSERT_GT(echo->messageId(), 0);
+    auto body = qxvc::json::parse(echo->data().substr(4));
+    ASSERT_TRUE(body);
+    const std::string callId = (*body)["call_id"].get<std::string>();
+    EXPECT_EQ(callId.size(), 36u);
+    EXPECT_EQ((*body)["turn_server"], kTurnServer);
+    EXPECT_EQ((*body)["callee"]["user_id"], "bob");
+    EXPECT_FALSE((*body)["credentials"]["callee"]["password"].get<std::string>().empty());
+
+    ASSERT_TRUE(bobHears->waitForCount(1));
+    const auto heard = bobHears->messages()[0];
+    EXPECT_EQ(heard->messageId(), echo->messageId());
+    EXPECT_EQ(heard->data(), echo->data());
+    EXPECT_EQ(heard->customType(), "QX_VIDEOCHAT_TEST");
+    EXPECT_EQ(heard->sender()->userId(), "alice");
+    EXPECT_EQ(bobHears->channels()[0]->memberCount(), 2);
+
+    // bob's own start is refused while alice's is under way: code and domain
+    // come through exactly as the service made them.
+    auto [bobChannel, bobLookupError] = lookUp(*bob, kChannel);
+    ASSERT_TRUE(bobChannel);
+    auto [refused, refusal] = sendThrough(bobChannel, kStart);
+    EXPECT_EQ(refused, nullptr);
+    ASSERT_TRUE(refusal);
+    EXPECT_EQ(refusal->code(), 900600);
+    EXPECT_EQ(refusal->domain(), "QXDErrorDomain CALL_ID:" + callId);
+
+    // After the end, a new start is accepted again.
+    auto [end, endError] = sendThrough(channel, endOf(callId));
+    ASSERT_TRUE(end);
+    auto [again, againError] = sendThrough(bobChannel, kStart);
+    EXPECT_TRUE(again) << (againError ? againError->description() : "timeout");
+}
+
+TEST(ChatServerClientTest, DroppedConnectionCatchesUpOnEveryMissedMessageOnce) {
+    InProcessServer server;
+    auto bob = makeClient(server.port(), "bob");
+    auto bobHears = std::make_shared<RecordingDelegate>();
+    bob->addChannelDelegate(bobHears, "test");
+    std::atomic<int> downs{0};
+    bob->setConnectionStateHandler([&](bool connected) {
+        if (!connected) {
+            ++downs;
+        }
+    });
+    ASSERT_EQ(bob->connect(), nullptr);
+
+    std::vector<int64_t> sent;
+    sent.push_back(sendDirect(server, "alice", "before"));
+    ASSERT_TRUE(bobHears->waitForCount(1));
+
+    // Twice, to see that catching up also works from where the last one ended.
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_EQ(server.server->dropConnectionsOf("bob"), 1u);
+        for (int i = 0; i < 3; ++i) {
+            sent.push_back(sendDirect(server, "alice", "missed " + std::to_string(i)));
+        }
+        ASSERT_TRUE(waitUntil([&] { return downs.load() == round + 1 && bob->isConnected(); }));
+    }
+    sent.push_back(sendDirect(server, "alice", "after"));
+    ASSERT_TRUE(bobHears->waitForCount(sent.size()));
+
+    // Every id once and in order; the last delivery is the newest message, so
+    // a duplicate would have come before it.
+    std::vector<int64_t> heard;
+    for (const auto& message : bobHears->messages()) {
+        heard.push_back(message->messageId());
+    }
+    EXPECT_EQ(heard, sent);
+    EXPECT_EQ(bobHears->messages().back()->data(), "after");
+}
+
+TEST(ChatServerClientTest, OfflineMemberCollectsPushPayloadsAtLoginWithoutReplay) {
+    InProcessServer server;
+    const int64_t whileAway = sendDirect(server, "alice", kStart);
+    ASSERT_GT(whileAway, 0);
+
+    auto bob = makeClient(server.port(), "bob");
+    auto bobHears = std::make_shared<RecordingDelegate>();
+    bob->addChannelDelegate(bobHears, "test");
+    std::atomic<int> handed{0};
+    bob->setPushPayloadHandler([&](const nlohmann::json&) { ++handed; });
+    ASSERT_EQ(bob->connect(), nullptr);
+
+    ASSERT_TRUE(waitUntil([&] { return handed.load() == 1; }));
+    auto payloads = bob->takePushPayloads();
+    ASSERT_EQ(payloads.size(), 1u);
+    EXPECT_EQ(payloads[0]["velmorin"]["message_id"], whileAway);
+    EXPECT_EQ(payloads[0]["velmorin"]["channel"]["channel_url"], kChannel);
+    EXPECT_EQ(payloads[0]["velmorin"]["data"].get<std::string>().substr(0, 4), "STCA");
+    EXPECT_TRUE(bob->takePushPayloads().empty());
+    EXPECT_TRUE(server.service->takePushPayloads("bob").empty());
+
+    // The first login replays no history: the next delivery is the new message.
+    const int64_t now = sendDirect(server, "alice", "now");
+    ASSERT_TRUE(bobHears->waitForCount(1));
+    ASSERT_EQ(bobHears->messages().size(), 1u);
+    EXPECT_EQ(bobHears->messages()[0]->messageId(), now);
+}
+
+TEST(ChatServerClientTest, DisconnectStopsReconnectingAndFailsSends) {
+    InProcessServer server;
+    auto alice = makeClient(server.port(), "alice");
+    ASSERT_EQ(alice->connect(), nullptr);
+    auto [channel, error] = lookUp(*alice, kChannel);
+    ASSERT_TRUE(channel);
+    alice->disconnect();
+    EXPECT_FALSE(alice->isConnected());
+    EXPECT_TRUE(waitUntil([&] { return server.server->connectionCount() == 0; }));
+    auto [message, sendError] = sendThrough(channel, "late");
+    EXPECT_EQ(message, nullptr);
+    ASSERT_TRUE(sendError);
+    EXPECT_EQ(sendError->code(), QXDErrorConnectionRequired);
+    ASSERT_TRUE(alice->getCurrentUser());  // kept after disconnect
+    EXPECT_EQ(alice->getCurrentUser()->userId(), "alice");
+
+    // connect() again works and delivers what comes next.
+    ASSERT_EQ(alice->connect(), nullptr);
+    EXPECT_TRUE(alice->isConnected());
+}

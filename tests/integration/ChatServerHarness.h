@@ -1,0 +1,94 @@
+// Helpers of the chat server tests: a server in this process on a loopback
+// port, a raw WebSocket client for frame-level checks, a delegate that records
+// what a chat client delivers, and waiting with a deadline.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "ChatServer.h"
+#include "VelmorinChat/QXDWebSocketChatClient.h"
+#include "VelmorinService/ChatService.h"
+
+namespace chatserver_test {
+
+inline constexpr auto kDeadline = std::chrono::seconds(10);
+inline constexpr const char* kChannel = "velmorin_group_channel_ab";
+inline constexpr const char* kTurnServer = "turn:127.0.0.1:34780";
+
+/// Polls `condition` until it holds or the deadline passes.
+bool waitUntil(const std::function<bool()>& condition,
+               std::chrono::milliseconds deadline = kDeadline);
+
+/// alice, bob (members of kChannel) and carol (no channel), tokens
+/// "<id>-token"; the service stored in `dbPath` when given.
+struct InProcessServer {
+    explicit InProcessServer(const std::string& dbPath = {});
+    ~InProcessServer();
+    velmorin::ChatServicePtr service;
+    std::unique_ptr<velmorin::server::ChatServer> server;
+    uint16_t port() const { return server->port(); }
+};
+
+/// A WebSocket client that speaks raw frames. Requests wait for their reply;
+/// events that arrive meanwhile are kept.
+class RawClient {
+  public:
+    explicit RawClient(uint16_t port);
+    ~RawClient();
+    bool isOpen() const;
+    void sendText(const std::string& text);
+    void sendBinary(const std::string& bytes);
+    /// The next frame, or nullopt after the deadline or on a closed connection.
+    std::optional<nlohmann::json> readFrame();
+    /// The next reply (events read meanwhile go to events()).
+    std::optional<nlohmann::json> readReply();
+    nlohmann::json request(nlohmann::json request);
+    nlohmann::json login(const std::string& userId, const std::string& token = {});
+    std::deque<nlohmann::json>& events() { return events_; }
+
+    struct Impl;
+
+  private:
+    std::unique_ptr<Impl> impl_;
+    std::deque<nlohmann::json> events_;
+    int64_t lastId_ = 0;
+};
+
+/// Records the messages a chat client delivers.
+class RecordingDelegate : public QXDChannelDelegate {
+  public:
+    void channel(const QXDBaseChannelPtr& channel, const QXDBaseMessagePtr& message) override;
+    std::vector<QXDUserMessagePtr> messages() const;
+    std::vector<std::shared_ptr<QXDGroupChannel>> channels() const;
+    bool waitForCount(size_t count) const;
+
+  private:
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    std::vector<QXDUserMessagePtr> messages_;
+    std::vector<std::shared_ptr<QXDGroupChannel>> channels_;
+};
+
+QXDWebSocketChatClientPtr makeClient(uint16_t port, const std::string& userId,
+                                     const std::string& token = {});
+
+/// Looks a channel up and waits for the completion.
+std::pair<QXDGroupChannelPtr, QXDErrorPtr> lookUp(QXDChatClient& client,
+                                                  const std::string& channelUrl);
+/// Sends through `channel` and waits for the completion.
+std::pair<QXDUserMessagePtr, QXDErrorPtr> sendThrough(const QXDGroupChannelPtr& channel,
+                                                      const std::string& data,
+                                                      const std::string& text = "QX_VIDEOCHAT");
+
+}  // namespace chatserver_test

@@ -1,0 +1,159 @@
+// The chat server's protocol, frame by frame, over real loopback sockets.
+#include <gtest/gtest.h>
+
+#include "ChatServerHarness.h"
+#include "VelmorinService/ChatWireProtocol.h"
+#include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
+
+using namespace chatserver_test;
+using nlohmann::json;
+
+namespace {
+
+long errorCode(const json& reply) {
+    return reply.value("/error/code"_json_pointer, -1L);
+}
+
+json sendRequest(const std::string& channelUrl, const std::string& data) {
+    return {{"op", "send"},
+            {"channel_url", channelUrl},
+            {"message", "hello"},
+            {"custom_type", "TEST"},
+            {"data", data}};
+}
+
+}  // namespace
+
+TEST(ChatServerProtocolTest, LoginIsRequiredAndChecksTheToken) {
+    InProcessServer server;
+    RawClient client(server.port());
+    ASSERT_TRUE(client.isOpen());
+
+    auto early = client.request({{"op", "get_channel"}, {"channel_url", kChannel}});
+    EXPECT_FALSE(early.value("ok", true));
+    EXPECT_EQ(errorCode(early), velmorin::wire::kWireNotLoggedIn);
+
+    auto wrongToken = client.login("alice", "bob-token");
+    EXPECT_FALSE(wrongToken.value("ok", true));
+    EXPECT_EQ(errorCode(wrongToken), velmorin::wire::kWireUnauthorized);
+    EXPECT_EQ(wrongToken["error"]["domain"], velmorin::wire::kWireErrorDomain);
+    EXPECT_EQ(errorCode(client.login("mallory", "mallory-token")),
+              velmorin::wire::kWireUnauthorized);
+    // Still nothing allowed after a refused login.
+    EXPECT_EQ(errorCode(client.request({{"op", "take_push_payloads"}})),
+              velmorin::wire::kWireNotLoggedIn);
+
+    auto ok = client.login("alice");
+    ASSERT_TRUE(ok.value("ok", false)) << ok.dump();
+    EXPECT_EQ(ok["result"]["user"]["nickname"], "Alice");
+    ASSERT_EQ(ok["result"]["channels"].size(), 1u);
+    EXPECT_EQ(ok["result"]["channels"][0]["channel_url"], kChannel);
+    EXPECT_EQ(errorCode(client.login("alice")), velmorin::wire::kWireAlreadyLoggedIn);
+}
+
+TEST(ChatServerProtocolTest, BadFramesGetErrorFramesAndDisturbNoOne) {
+    InProcessServer server;
+    RawClient alice(server.port());
+    RawClient bob(server.port());
+    ASSERT_TRUE(alice.login("alice").value("ok", false));
+    ASSERT_TRUE(bob.login("bob").value("ok", false));
+
+    struct Case {
+        std::string frame;
+        long code;
+        json id;
+    };
+    const std::vector<Case> cases = {
+        {"this is not json", velmorin::wire::kWireMalformedJson, nullptr},
+        {"[1,2,3]", velmorin::wire::kWireMalformedJson, nullptr},
+        {R"({"op":"dance","id":7})", velmorin::wire::kWireUnknownOp, 7},
+        {R"({"op":"send","id":"s-8"})", velmorin::wire::kWireBadRequest, "s-8"},
+        {R"({"op":"fetch","id":9,"channel_url":"x","after_message_id":"soon"})",
+         velmorin::wire::kWireBadRequest, 9},
+        {R"({"id":10})", velmorin::wire::kWireBadRequest, 10},
+        {R"({"op":"send"})", velmorin::wire::kWireBadRequest, nullptr},
+        {"{\"op\":\"send\",\"id\":11,\"data\":\"" + std::string(300 * 1024, 'x') + "\"}",
+         velmorin::wire::kWireFrameTooLarge, nullptr},
+    };
+    for (const auto& c : cases) {
+        alice.sendText(c.frame);
+        auto reply = alice.readReply();
+        ASSERT_TRUE(reply) << c.frame.substr(0, 60);
+        EXPECT_FALSE(reply->value("ok", true)) << c.frame.substr(0, 60);
+        EXPECT_EQ(errorCode(*reply), c.code) << c.frame.substr(0, 60);
+        EXPECT_EQ((*reply)["id"], c.id) << c.frame.substr(0, 60);
+    }
+    alice.sendBinary("\x01\x02");
+    auto binary = alice.readReply();
+    ASSERT_TRUE(binary);
+    EXPECT_EQ(errorCode(*binary), velmorin::wire::kWireBinaryFrame);
+
+    // Both connections still work, and bob saw nothing of the above.
+    auto sent = alice.request(sendRequest(kChannel, "after the noise"));
+    ASSERT_TRUE(sent.value("ok", false)) << sent.dump();
+    auto event = bob.readFrame();
+    ASSERT_TRUE(event);
+    EXPECT_EQ((*event)["type"], "event");
+    EXPECT_EQ((*event)["message"]["data"], "after the noise");
+    EXPECT_EQ((*event)["message"]["message_id"], sent["result"]["message"]["message_id"]);
+    EXPECT_EQ((*event)["channel"]["members"].size(), 2u);
+    EXPECT_EQ(server.server->connectionCount(), 2u);
+}
+
+TEST(ChatServerProtocolTest, OnlyMembersReadAndSendInAChannel) {
+    InProcessServer server;
+    RawClient alice(server.port());
+    RawClient bob(server.port());
+    RawClient carol(server.port());
+    ASSERT_TRUE(alice.login("alice").value("ok", false));
+    ASSERT_TRUE(bob.login("bob").value("ok", false));
+    ASSERT_TRUE(carol.login("carol").value("ok", false));
+    ASSERT_TRUE(alice.request(sendRequest(kChannel, "private")).value("ok", false));
+
+    for (const json& request :
+         {json{{"op", "get_channel"}, {"channel_url", kChannel}},
+          sendRequest(kChannel, "intrusion"),
+          json{{"op", "fetch"}, {"channel_url", kChannel}, {"after_message_id", 0}}}) {
+        auto reply = carol.request(request);
+        EXPECT_FALSE(reply.value("ok", true)) << request.dump();
+        EXPECT_EQ(errorCode(reply), QXDErrorNotAMember) << request.dump();
+        EXPECT_EQ(reply["error"]["domain"], "QXDErrorDomain");
+        EXPECT_FALSE(reply.contains("result"));
+    }
+    EXPECT_EQ(errorCode(carol.request({{"op", "get_channel"}, {"channel_url", "nowhere"}})),
+              QXDErrorChannelNotFound);
+
+    // bob got alice's message and nothing from carol: the next frame after it
+    // is the marker alice sends last.
+    ASSERT_TRUE(alice.request(sendRequest(kChannel, "marker")).value("ok", false));
+    auto first = bob.readFrame();
+    auto second = bob.readFrame();
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ((*first)["message"]["data"], "private");
+    EXPECT_EQ((*second)["message"]["data"], "marker");
+    auto stored = server.service->messages("alice", kChannel);
+    ASSERT_EQ(stored.value.size(), 2u);
+    EXPECT_TRUE(carol.events().empty());
+}
+
+TEST(ChatServerProtocolTest, FetchReturnsMessagesAfterAnIdInPages) {
+    InProcessServer server;
+    RawClient alice(server.port());
+    ASSERT_TRUE(alice.login("alice").value("ok", false));
+    std::vector<int64_t> ids;
+    for (int i = 0; i < 5; ++i) {
+        auto sent = alice.request(sendRequest(kChannel, "m" + std::to_string(i)));
+        ids.push_back(sent["result"]["message"]["message_id"].get<int64_t>());
+    }
+    auto page = alice.request(
+        {{"op", "fetch"}, {"channel_url", kChannel}, {"after_message_id", ids[1]}, {"limit", 2}});
+    ASSERT_TRUE(page.value("ok", false)) << page.dump();
+    ASSERT_EQ(page["result"]["messages"].size(), 2u);
+    EXPECT_EQ(page["result"]["messages"][0]["message_id"], ids[2]);
+    EXPECT_EQ(page["result"]["messages"][1]["data"], "m3");
+    EXPECT_TRUE(page["result"]["has_more"].get<bool>());
+    auto rest =
+        alice.request({{"op", "fetch"}, {"channel_url", kChannel}, {"after_message_id", ids[3]}});
+    ASSERT_EQ(rest["result"]["messages"].size(), 1u);
+    EXPECT_FALSE(rest["result"]["has_more"].get<bool>());
+}
