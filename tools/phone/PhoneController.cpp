@@ -55,6 +55,12 @@ void PhoneController::install() {
             return;
         }
         self->onEvent("didReceiveStartCall", call);
+        if (call && call->operationMode() == QXVCOperationModeAutoAcceptSimultaneousStartCall) {
+            // The library accepts this one itself, with the views of our own
+            // start, which are in place.
+            call->viewIsReady();
+            return;
+        }
         bool fromPush = false;
         {
             std::lock_guard lock(self->mutex_);

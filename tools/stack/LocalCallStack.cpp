@@ -2,7 +2,9 @@
 
 #include <openssl/rand.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <sstream>
 
 namespace {
 
@@ -72,6 +74,13 @@ std::unique_ptr<PhoneProcess> LocalCallStack::startPhone(
     spec.snapshotDir = snapshotDir();
     spec.logPath = workDir_ + "/phone-" + user + "-" + std::to_string(++phones_) + ".log";
     spec.extraArgs = extraArgs;
+    // For a closer look at a failing run: e.g. QXVC_PHONE_ARGS="--log-level 1112017".
+    if (const char* more = std::getenv("QXVC_PHONE_ARGS"); more && *more) {
+        std::istringstream words(more);
+        for (std::string word; words >> word;) {
+            spec.extraArgs.push_back(word);
+        }
+    }
     spec.onLine = std::move(onLine);
     return wait ? PhoneProcess::start(std::move(spec), error)
                 : PhoneProcess::launch(std::move(spec), error);

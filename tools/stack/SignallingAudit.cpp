@@ -26,27 +26,21 @@ void inspect(const std::string& text, const std::string& where, SignallingAudit&
     }
 }
 
-/// Every string value inside `json` that looks like a compressed SDP.
-void inspectSdp(const nlohmann::json& json, const std::string& where, SignallingAudit& audit) {
-    if (json.is_object()) {
-        for (auto it = json.begin(); it != json.end(); ++it) {
-            if (it.key() == "sdp" && it.value().is_string()) {
-                QXDErrorPtr error;
-                auto sdp = QXVCUtils::decompressString(it.value().get<std::string>(), &error);
-                if (error || !sdp) {
-                    audit.leaks.push_back(where + ": sdp that does not decompress");
-                } else {
-                    inspect(*sdp, where + " (sdp)", audit);
-                }
-            } else {
-                inspectSdp(it.value(), where, audit);
-            }
-        }
-    } else if (json.is_array()) {
-        for (const auto& item : json) {
-            inspectSdp(item, where, audit);
-        }
+/// The session description of an offer or answer travels gzip-compressed and
+/// base64-encoded in "sdp"; candidates travel as plain text in the same field.
+void inspectSdp(const nlohmann::json& body, const std::string& type, const std::string& where,
+                SignallingAudit& audit) {
+    if ((type != "offer" && type != "answer") || !body.contains("sdp") ||
+        !body["sdp"].is_string()) {
+        return;
     }
+    QXDErrorPtr error;
+    auto sdp = QXVCUtils::decompressString(body["sdp"].get<std::string>(), &error);
+    if (error || !sdp || sdp->empty()) {
+        audit.leaks.push_back(where + ": an " + type + " whose sdp does not decompress");
+        return;
+    }
+    inspect(*sdp, where + " (" + type + " sdp)", audit);
 }
 
 std::string column(sqlite3_stmt* statement, int index) {
@@ -93,10 +87,13 @@ SignallingAudit auditSignalling(const std::string& dbPath) {
             if (body.contains("call_id") && body["call_id"].is_string()) {
                 callId = body["call_id"].get<std::string>();
             }
-            if (body.contains("type") && body["type"].is_string()) {
-                command += " " + body["type"].get<std::string>();
+            const std::string type = body.contains("type") && body["type"].is_string()
+                                         ? body["type"].get<std::string>()
+                                         : std::string();
+            if (!type.empty()) {
+                command += " " + type;
             }
-            inspectSdp(body, where, audit);
+            inspectSdp(body, type, where, audit);
         }
         inspect(data, where, audit);
         for (auto* totals : {&audit.all, &audit.byCall[callId], &audit.bySender[sender]}) {
