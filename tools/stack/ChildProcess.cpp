@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 
 std::unique_ptr<ChildProcess> ChildProcess::start(Spec spec, std::string& error) {
@@ -15,6 +16,9 @@ std::unique_ptr<ChildProcess> ChildProcess::start(Spec spec, std::string& error)
         error = "nothing to run";
         return nullptr;
     }
+    // Writing to a child that has already left must fail, not kill us.
+    static const bool sigpipeIgnored = [] { return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR; }();
+    (void)sigpipeIgnored;
     std::vector<char*> argv;
     for (auto& arg : spec.argv) {
         argv.push_back(arg.data());
