@@ -97,8 +97,8 @@ bool sameToken(const std::string& given, const std::string& expected) {
 }  // namespace
 
 ChatRequestHandler::ChatRequestHandler(ChatServicePtr service,
-                                       std::shared_ptr<const TokenMap> tokens)
-    : service_(std::move(service)), tokens_(std::move(tokens)) {}
+                                       std::shared_ptr<const TokenMap> tokens, std::string storeId)
+    : service_(std::move(service)), tokens_(std::move(tokens)), storeId_(std::move(storeId)) {}
 
 ChatRequestHandler::~ChatRequestHandler() {
     if (connectionId_ != 0) {
@@ -203,6 +203,7 @@ json ChatRequestHandler::login(const json& request) {
     }
     log(LogLevel::Info, "user " + userId + " logged in");
     return {{kUser, userToJson(*user)},
+            {kStoreId, storeId_},
             {kChannels, std::move(channels)},
             {kPushPayloads, service_->takePushPayloads(userId)}};
 }

@@ -26,7 +26,8 @@ class ChatRequestHandler {
     using PushFrame = std::function<void(std::string frame)>;
     using TokenMap = std::map<std::string, std::string>;
 
-    ChatRequestHandler(ChatServicePtr service, std::shared_ptr<const TokenMap> tokens);
+    ChatRequestHandler(ChatServicePtr service, std::shared_ptr<const TokenMap> tokens,
+                       std::string storeId);
     ~ChatRequestHandler();
     ChatRequestHandler(const ChatRequestHandler&) = delete;
     ChatRequestHandler& operator=(const ChatRequestHandler&) = delete;
@@ -52,6 +53,7 @@ class ChatRequestHandler {
 
     ChatServicePtr service_;
     std::shared_ptr<const TokenMap> tokens_;
+    std::string storeId_;
     PushFrame push_;
     std::string userId_;
     uint64_t connectionId_ = 0;

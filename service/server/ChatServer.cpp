@@ -13,6 +13,7 @@
 
 #include "ChatServerSession.h"
 #include "ServerLog.h"
+#include "VelmorinService/TurnCredentials.h"
 
 namespace velmorin::server {
 
@@ -42,7 +43,8 @@ struct ChatServer::Impl {
                 }
                 return;
             }
-            auto session = std::make_shared<ChatServerSession>(std::move(socket), service, tokens);
+            auto session = std::make_shared<ChatServerSession>(std::move(socket), service, tokens,
+                                                               options.storeId);
             {
                 std::lock_guard lock(sessionsMutex);
                 std::erase_if(sessions, [](const auto& weak) { return weak.expired(); });
@@ -69,6 +71,9 @@ ChatServer::ChatServer(ChatServicePtr service, ChatServerOptions options)
     : impl_(std::make_unique<Impl>()) {
     impl_->service = std::move(service);
     impl_->tokens = std::make_shared<const ChatRequestHandler::TokenMap>(options.tokens);
+    if (options.storeId.empty()) {
+        options.storeId = makeUuidV4();
+    }
     impl_->options = std::move(options);
 }
 
@@ -81,9 +86,14 @@ std::string ChatServer::start() {
         return "already started";
     }
     boost::system::error_code ec;
-    const auto address = net::ip::make_address(impl_->options.host, ec);
+    auto address = net::ip::make_address(impl_->options.host, ec);
     if (ec) {
-        return "not an IP address: " + impl_->options.host;
+        tcp::resolver resolver(impl_->io);
+        const auto found = resolver.resolve(impl_->options.host, "", ec);
+        if (ec || found.empty()) {
+            return "cannot resolve " + impl_->options.host;
+        }
+        address = found.begin()->endpoint().address();
     }
     const tcp::endpoint endpoint(address, impl_->options.port);
     auto& acceptor = impl_->acceptor;

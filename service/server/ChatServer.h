@@ -13,10 +13,13 @@
 namespace velmorin::server {
 
 struct ChatServerOptions {
-    std::string host = "127.0.0.1";
-    uint16_t port = 0;  // 0: any free port
+    std::string host = "127.0.0.1";  // an address, or a name that resolves to one
+    uint16_t port = 0;               // 0: any free port
     /// User id to login token. A user missing here cannot log in.
     std::map<std::string, std::string> tokens;
+    /// Names the message history the service holds (see "store_id" in
+    /// ChatWireProtocol.h); "" makes a random one.
+    std::string storeId;
 };
 
 class ChatServer {

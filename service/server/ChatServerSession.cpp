@@ -20,12 +20,14 @@ constexpr size_t kReadChunkBytes = 64 * 1024;
 }
 
 ChatServerSession::ChatServerSession(boost::asio::ip::tcp::socket socket, ChatServicePtr service,
-                                     std::shared_ptr<const ChatRequestHandler::TokenMap> tokens)
+                                     std::shared_ptr<const ChatRequestHandler::TokenMap> tokens,
+                                     std::string storeId)
     : ws_(std::move(socket)) {
     boost::system::error_code ec;
     const auto remote = beast::get_lowest_layer(ws_).socket().remote_endpoint(ec);
     peer_ = ec ? "?" : remote.address().to_string() + ":" + std::to_string(remote.port());
-    handler_ = std::make_unique<ChatRequestHandler>(std::move(service), std::move(tokens));
+    handler_ = std::make_unique<ChatRequestHandler>(std::move(service), std::move(tokens),
+                                                    std::move(storeId));
 }
 
 ChatServerSession::~ChatServerSession() {

@@ -24,7 +24,8 @@ class ChatServerSession : public std::enable_shared_from_this<ChatServerSession>
     static constexpr size_t kMaxQueuedBytes = 32 * 1024 * 1024;
 
     ChatServerSession(boost::asio::ip::tcp::socket socket, ChatServicePtr service,
-                      std::shared_ptr<const ChatRequestHandler::TokenMap> tokens);
+                      std::shared_ptr<const ChatRequestHandler::TokenMap> tokens,
+                      std::string storeId);
     ~ChatServerSession();
 
     void start();

@@ -7,6 +7,7 @@
 
 #include "ServerLog.h"
 #include "VelmorinService/ChatWireCodec.h"
+#include "VelmorinService/TurnCredentials.h"
 #include "VelmorinVideoChat/Utils/QXVCJSON.h"
 
 namespace velmorin::server {
@@ -25,6 +26,9 @@ CREATE TABLE IF NOT EXISTS messages(
   sender_nickname TEXT NOT NULL DEFAULT '',
   sender_profile_url TEXT NOT NULL DEFAULT '');
 CREATE INDEX IF NOT EXISTS messages_by_channel ON messages(channel_url, message_id);
+CREATE TABLE IF NOT EXISTS meta(
+  key TEXT PRIMARY KEY,
+  value TEXT NOT NULL);
 CREATE TABLE IF NOT EXISTS push_payloads(
   id INTEGER PRIMARY KEY AUTOINCREMENT,
   user_id TEXT NOT NULL,
@@ -96,6 +100,14 @@ std::shared_ptr<SqliteChatStore> SqliteChatStore::open(const std::string& path,
         error = "cannot use database " + path + ": " + detail;
         return nullptr;
     }
+    Statement create(db, "INSERT OR IGNORE INTO meta(key, value) VALUES('store_id', ?)");
+    create.bind(1, makeUuidV4());
+    Statement read(db, "SELECT value FROM meta WHERE key = 'store_id'");
+    if (create.step() != SQLITE_DONE || read.step() != SQLITE_ROW) {
+        error = "cannot use database " + path + ": " + sqlite3_errmsg(db);
+        return nullptr;
+    }
+    store->storeId_ = read.text(0);
     return store;
 }
 

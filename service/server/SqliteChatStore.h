@@ -21,6 +21,10 @@ class SqliteChatStore : public ChatStore {
     SqliteChatStore(const SqliteChatStore&) = delete;
     SqliteChatStore& operator=(const SqliteChatStore&) = delete;
 
+    /// A random id made when the database was created: the same for every
+    /// server started on this file, different for another file or in memory.
+    const std::string& storeId() const { return storeId_; }
+
     Snapshot load() override;
     bool messageStored(const QXDUserMessage& message) override;
     void pushPayloadKept(const std::string& userId, const nlohmann::json& payload) override;
@@ -31,6 +35,7 @@ class SqliteChatStore : public ChatStore {
     explicit SqliteChatStore(sqlite3* db) : db_(db) {}
     bool execute(const std::string& sql, std::string* error = nullptr);
     sqlite3* db_;
+    std::string storeId_;
 };
 
 }  // namespace velmorin::server

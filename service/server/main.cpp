@@ -54,6 +54,7 @@ int run(int argc, char** argv) {
     options.host = config.host;
     options.port = config.port;
     options.tokens = tokensOf(config);
+    options.storeId = store->storeId();
     ChatServer server(service, options);
     if (error = server.start(); !error.empty()) {
         std::cerr << "velmorin-chat-server: " << error << "\n";

@@ -24,9 +24,14 @@
 //   {"type":"reply","id":<id or null>,"ok":false,
 //    "error":{"code":<int>,"domain":"...","message":"..."}}
 // Results:
-//   login:              {"user":<user>,"channels":[{"channel_url","last_message_id"}...],
+//   login:              {"user":<user>,"store_id":"...",
+//                        "channels":[{"channel_url","last_message_id"}...],
 //                        "push_payloads":[<payload>...]}  (payloads oldest first, handed
 //                        over once: the server forgets them)
+//                       "store_id" names the message history: it stays the same
+//                       across restarts on one database file. When it changes
+//                       (a server in memory restarted), message ids started over
+//                       and a client forgets the ids it saw.
 //   get_channel:        {"channel":<channel>}
 //   send:               {"message":<message>}  (as stored: id, rewritten signalling)
 //   fetch:              {"channel":<channel>,"messages":[<message>...],"has_more":bool}
@@ -57,6 +62,9 @@
 //            sender_nickname TEXT, sender_profile_url TEXT)
 //   push_payloads(id INTEGER PRIMARY KEY AUTOINCREMENT, user_id TEXT,
 //                 payload TEXT)  -- JSON text, oldest first by id
+//   meta(key TEXT PRIMARY KEY, value TEXT)  -- 'store_id'
+// Users and channels are not in the database: they come from the
+// configuration at every start.
 #pragma once
 
 #include <cstddef>
@@ -102,6 +110,7 @@ inline constexpr const char* kToken = "token";
 inline constexpr const char* kNickname = "nickname";
 inline constexpr const char* kProfileUrl = "profile_url";
 inline constexpr const char* kUser = "user";
+inline constexpr const char* kStoreId = "store_id";
 inline constexpr const char* kChannels = "channels";
 inline constexpr const char* kChannel = "channel";
 inline constexpr const char* kChannelUrl = "channel_url";
