@@ -188,6 +188,16 @@ void QXDWebSocketChatClient::State::onLogin(const json& result, const QXDErrorPt
         }
     }
 
+    // Another history (a server in memory restarted): its ids started over, so
+    // what was seen means nothing there. Start as on a first login.
+    const std::string loginStoreId = qxvc::json::getString(result, wire::kStoreId, "");
+    if (everLoggedIn && loginStoreId != storeId) {
+        everLoggedIn = false;
+        lastSeen.clear();
+        highWater = 0;
+    }
+    storeId = loginStoreId;
+
     // Where each channel stands: on the first login that is where delivery
     // starts; after a reconnection everything after what was seen is fetched.
     std::vector<std::pair<std::string, int64_t>> catchUps;

@@ -59,6 +59,7 @@ struct QXDWebSocketChatClient::State : std::enable_shared_from_this<State> {
     int64_t lastRequestId = 0;
     std::map<int64_t, Reply> pendingRequests;
     bool everLoggedIn = false;
+    std::string storeId;                      // of the history lastSeen refers to
     std::map<std::string, int64_t> lastSeen;  // per channel, delivered or skipped
     int64_t highWater = 0;                    // largest message id known of
     int catchUpsOutstanding = 0;
