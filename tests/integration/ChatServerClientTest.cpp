@@ -206,3 +206,27 @@ TEST(ChatServerClientTest, DisconnectStopsReconnectingAndFailsSends) {
     ASSERT_EQ(alice->connect(), nullptr);
     EXPECT_TRUE(alice->isConnected());
 }
+
+TEST(ChatServerClientTest, AServerRestartedInMemoryIsFollowedFromItsNewIds) {
+    auto first = std::make_unique<InProcessServer>();
+    const uint16_t port = first->port();
+    auto bob = makeClient(port, "bob");
+    auto bobHears = std::make_shared<RecordingDelegate>();
+    bob->addChannelDelegate(bobHears, "test");
+    ASSERT_EQ(bob->connect(), nullptr);
+    for (int i = 0; i < 3; ++i) {
+        sendDirect(*first, "alice", "old " + std::to_string(i));
+    }
+    ASSERT_TRUE(bobHears->waitForCount(3));
+
+    // A new server on the same port without the old history: ids start at 1.
+    first.reset();
+    InProcessServer second(port);
+    ASSERT_EQ(second.port(), port);
+    ASSERT_TRUE(waitUntil([&] { return second.server->connectionCount() == 1; }));
+    ASSERT_TRUE(waitUntil([&] { return bob->isConnected(); }));
+    const int64_t fresh = sendDirect(second, "alice", "new");
+    EXPECT_EQ(fresh, 1);
+    ASSERT_TRUE(bobHears->waitForCount(4));
+    EXPECT_EQ(bobHears->messages()[3]->data(), "new");
+}

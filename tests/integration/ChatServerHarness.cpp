@@ -9,7 +9,6 @@
 #include <boost/beast/websocket.hpp>
 
 #include "ServerLog.h"
-#include "SqliteChatStore.h"
 
 namespace chatserver_test {
 
@@ -31,18 +30,14 @@ bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
 
 // Server ----------------------------------------------------------------------
 
-InProcessServer::InProcessServer(const std::string& dbPath) {
+InProcessServer::InProcessServer(uint16_t port) {
     velmorin::server::setLogLevel(velmorin::server::LogLevel::Warning);
     velmorin::ServiceSettings settings;
     settings.turnServer = kTurnServer;
     settings.turnSharedSecret = "test-turn-secret";
-    velmorin::ChatStorePtr store;
-    if (!dbPath.empty()) {
-        std::string error;
-        store = velmorin::server::SqliteChatStore::open(dbPath, error);
-    }
-    service = velmorin::ChatService::create(settings, nullptr, store);
+    service = velmorin::ChatService::create(settings);
     velmorin::server::ChatServerOptions options;
+    options.port = port;
     for (const auto& [id, nickname] : std::vector<std::pair<std::string, std::string>>{
              {"alice", "Alice"}, {"bob", "Bob"}, {"carol", "Carol"}}) {
         service->upsertUser(QXDUser(id, nickname));

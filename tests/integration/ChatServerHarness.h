@@ -31,9 +31,9 @@ bool waitUntil(const std::function<bool()>& condition,
                std::chrono::milliseconds deadline = kDeadline);
 
 /// alice, bob (members of kChannel) and carol (no channel), tokens
-/// "<id>-token"; the service stored in `dbPath` when given.
+/// "<id>-token", the service in memory, on `port` (0: any free one).
 struct InProcessServer {
-    explicit InProcessServer(const std::string& dbPath = {});
+    explicit InProcessServer(uint16_t port = 0);
     ~InProcessServer();
     velmorin::ChatServicePtr service;
     std::unique_ptr<velmorin::server::ChatServer> server;

@@ -28,8 +28,7 @@ namespace {
 class ServerProcess {
   public:
     ServerProcess(std::vector<std::string> args, const fs::path& stderrFile) {
-        args.insert(args.begin(), VELMORIN_CHAT_SERVER_PATH);
-        std::vector<char*> argv;
+        std::vector<char*> argv = {program_.data()};
         for (auto& arg : args) {
             argv.push_back(arg.data());
         }
@@ -107,6 +106,7 @@ class ServerProcess {
     }
 
   private:
+    std::string program_ = VELMORIN_CHAT_SERVER_PATH;
     pid_t pid_ = -1;
     int stdout_ = -1;
 };
@@ -157,12 +157,15 @@ TEST_F(ChatServerProcessTest, RestartOnTheSameDatabaseKeepsMessagesIdsAndPushPay
                                            db.string(),     "--turn-secret-file", secret.string(),
                                            "--turn-server", kTurnServer};
     std::string password;
+    nlohmann::json storeId;
     {
         ServerProcess server(args, dir_ / "stderr.log");
         const uint16_t port = server.waitForPort();
         ASSERT_NE(port, 0) << log();
         RawClient alice(port);
-        ASSERT_TRUE(alice.login("alice").value("ok", false));
+        auto login = alice.login("alice");
+        ASSERT_TRUE(login.value("ok", false));
+        storeId = login["result"]["store_id"];
         auto start =
             alice.request(sendRequest(R"(STCA{"type":"start","videochat_protocol_ver":1})"));
         ASSERT_TRUE(start.value("ok", false)) << start.dump();
@@ -200,6 +203,7 @@ TEST_F(ChatServerProcessTest, RestartOnTheSameDatabaseKeepsMessagesIdsAndPushPay
     auto login = bob.login("bob");
     ASSERT_TRUE(login.value("ok", false)) << login.dump();
     EXPECT_EQ(login["result"]["channels"][0]["last_message_id"], 2);
+    EXPECT_EQ(login["result"]["store_id"], storeId);         // the same history: clients catch up
     ASSERT_EQ(login["result"]["push_payloads"].size(), 2u);  // bob was away for both
     EXPECT_EQ(login["result"]["push_payloads"][1]["velmorin"]["data"], "second");
     auto history =
