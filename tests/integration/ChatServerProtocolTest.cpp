@@ -66,6 +66,7 @@ TEST(ChatServerProtocolTest, BadFramesGetErrorFramesAndDisturbNoOne) {
     const std::vector<Case> cases = {
         {"this is not json", velmorin::wire::kWireMalformedJson, nullptr},
         {"[1,2,3]", velmorin::wire::kWireMalformedJson, nullptr},
+        {std::string(200 * 1024, '['), velmorin::wire::kWireMalformedJson, nullptr},
         {R"({"op":"dance","id":7})", velmorin::wire::kWireUnknownOp, 7},
         {R"({"op":"send","id":"s-8"})", velmorin::wire::kWireBadRequest, "s-8"},
         {R"({"op":"fetch","id":9,"channel_url":"x","after_message_id":"soon"})",
