@@ -6,12 +6,9 @@
 // on one timeline, the call's figures and the signalling the server stored, and
 // writes PNGs of both remote views. Exits non-zero when a step failed; stops
 // every process it started.
-#include <signal.h>
-
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -26,15 +23,6 @@ constexpr double kStepSeconds = 30;
 
 std::mutex printMutex;
 std::chrono::steady_clock::time_point started;
-volatile pid_t turnPid = -1;
-
-/// coturn's pid, from the pid file next to its log.
-pid_t readTurnPid(const std::string& logPath) {
-    std::ifstream in(std::filesystem::path(logPath).parent_path() / "turnserver.pid");
-    long pid = -1;
-    in >> pid;
-    return in ? static_cast<pid_t>(pid) : -1;
-}
 
 void progress(const std::string& text) {
     std::lock_guard lock(printMutex);
@@ -104,7 +92,6 @@ bool Demo::run() {
         progress(error);
         return false;
     }
-    turnPid = readTurnPid(stack_.turn().logPath());
     progress("TURN on 127.0.0.1:" + std::to_string(stack_.turn().port()) + ", chat server on " +
              stack_.server().address());
     alice = stack_.startPhone("alice", {}, error, true, echo("alice"));
@@ -167,11 +154,7 @@ bool Demo::run() {
 }
 
 void onSignal(int) {
-    // The chat server and the phones die with us (PR_SET_PDEATHSIG); coturn
-    // does not, so it is stopped here.
-    if (turnPid > 0) {
-        ::kill(turnPid, SIGKILL);
-    }
+    // coturn, the chat server and the phones die with us (PR_SET_PDEATHSIG).
     std::_Exit(130);
 }
 

@@ -1,6 +1,8 @@
 #include "PhoneCallFixture.h"
 
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "SignallingAudit.h"
@@ -24,9 +26,28 @@ void PhoneCallTest::TearDown() {
     if (!stack_) {
         return;
     }
+    const std::string turnSecret = stack_->turn().secret();
     stack_->stop();
-    if (stack_->server().running() || std::filesystem::exists(stack_->server().dbPath())) {
+    if (std::filesystem::exists(stack_->server().dbPath())) {
         const auto audit = auditSignalling(stack_->server().dbPath());
+        // At the default log level no TURN secret or password reaches the output.
+        if (!std::getenv("QXVC_PHONE_ARGS")) {
+            auto secrets = audit.turnPasswords;
+            secrets.push_back(turnSecret);
+            for (const auto& entry : std::filesystem::directory_iterator(workDir_)) {
+                const auto name = entry.path().filename().string();
+                if (name.rfind("phone-", 0) != 0) {
+                    continue;
+                }
+                std::ifstream in(entry.path());
+                for (std::string line; std::getline(in, line);) {
+                    for (const auto& secret : secrets) {
+                        EXPECT_TRUE(secret.empty() || line.find(secret) == std::string::npos)
+                            << name << " shows a TURN credential: " << line;
+                    }
+                }
+            }
+        }
         EXPECT_EQ(audit.error, "");
         for (const auto& leak : audit.leaks) {
             ADD_FAILURE() << "signalling carried a non-relay candidate: " << leak;

@@ -22,7 +22,8 @@ std::string randomToken() {
 
 }  // namespace
 
-LocalCallStack::LocalCallStack(std::string workDir) : workDir_(std::move(workDir)) {}
+LocalCallStack::LocalCallStack(std::string workDir)
+    : workDir_(std::move(workDir)), turn_(workDir_) {}
 
 LocalCallStack::~LocalCallStack() {
     stop();
@@ -35,8 +36,8 @@ bool LocalCallStack::start(std::string& error) {
         error = "cannot create " + snapshotDir();
         return false;
     }
-    if (!turn_.start()) {
-        error = "coturn: " + turn_.error();
+    if (!turn_.start(error)) {
+        error = "coturn: " + error;
         return false;
     }
     ChatServerProcess::Config config;

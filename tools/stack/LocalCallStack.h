@@ -10,7 +10,7 @@
 
 #include "ChatServerProcess.h"
 #include "PhoneProcess.h"
-#include "TurnServerFixture.h"
+#include "TurnProcess.h"
 
 class LocalCallStack {
   public:
@@ -30,14 +30,14 @@ class LocalCallStack {
                                              std::string& error, bool wait = true,
                                              std::function<void(const PhoneLine&)> onLine = {});
 
-    TurnServerFixture& turn() { return turn_; }
+    TurnProcess& turn() { return turn_; }
     ChatServerProcess& server() { return *server_; }
     const std::string& workDir() const { return workDir_; }
     std::string snapshotDir() const { return workDir_ + "/snapshots"; }
 
   private:
     std::string workDir_;
-    TurnServerFixture turn_;
+    TurnProcess turn_;
     std::unique_ptr<ChatServerProcess> server_;
     int phones_ = 0;
 };

@@ -43,6 +43,18 @@ void inspectSdp(const nlohmann::json& body, const std::string& type, const std::
     inspect(*sdp, where + " (" + type + " sdp)", audit);
 }
 
+void collectPasswords(const nlohmann::json& json, SignallingAudit& audit) {
+    if (json.is_object()) {
+        for (auto it = json.begin(); it != json.end(); ++it) {
+            if (it.key() == "password" && it.value().is_string()) {
+                audit.turnPasswords.push_back(it.value().get<std::string>());
+            } else {
+                collectPasswords(it.value(), audit);
+            }
+        }
+    }
+}
+
 std::string column(sqlite3_stmt* statement, int index) {
     const auto* text = sqlite3_column_text(statement, index);
     return text ? reinterpret_cast<const char*>(text) : "";
@@ -94,6 +106,7 @@ SignallingAudit auditSignalling(const std::string& dbPath) {
                 command += " " + type;
             }
             inspectSdp(body, type, where, audit);
+            collectPasswords(body, audit);
         }
         inspect(data, where, audit);
         for (auto* totals : {&audit.all, &audit.byCall[callId], &audit.bySender[sender]}) {

@@ -20,6 +20,8 @@ struct SignallingAudit {
     std::map<std::string, int> byCommand;              ///< "STCA", "SGNL offer", ...
     int relayCandidates = 0;                           ///< "typ relay" seen, in candidates and SDP
     std::vector<std::string> leaks;                    ///< one line per host/srflx candidate found
+    /// The TURN passwords the service handed out, to check that no log shows them.
+    std::vector<std::string> turnPasswords;
 };
 
 /// Reads the `messages` table of the chat server's SQLite database.
