@@ -68,6 +68,23 @@ TEST_F(PhoneCallTest, OfflineCalleeTakesThePushPayloadAndAccepts) {
     endCall(bob, alice, "end");
 }
 
+TEST_F(PhoneCallTest, OfflineCalleeHandsThePushPayloadToTheLibraryAndAccepts) {
+    auto& alice = phone("alice");
+    alice.send("call audio");
+    auto sent = expectEvent(alice, "didSendStartCall");
+    ASSERT_TRUE(sent);
+    auto& bob = phone("bob", {"--push-mode", "handle"});
+    expectEvent(bob, "pushHandled", kStep, fieldIs("result", "1"));
+    auto ringing = expectEvent(bob, "didReceiveStartCall");
+    ASSERT_TRUE(ringing);
+    EXPECT_EQ(ringing->field("call"), sent->field("call"));
+    expectEvent(bob, "acceptCompleted", kStep, fieldIs("error", "0"));
+    expectRelayCandidates_ = true;
+    expectEvent(alice, "didOpenCall");
+    expectEvent(bob, "didOpenCall");
+    endCall(alice, bob, "end");
+}
+
 TEST_F(PhoneCallTest, SimultaneousStartsBecomeOneCall) {
     auto& alice = phone("alice", {"--auto-accept-simultaneous"});
     auto& bob = phone("bob", {"--auto-accept-simultaneous"});
