@@ -2,6 +2,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 
@@ -61,6 +62,12 @@ std::string QXVCUtils::compressString(const std::optional<std::string>& text, QX
             return "";
         }
         const size_t produced = kScratchSize - stream.avail_out;
+        if (output.size() + produced > kMaxDecompressedSize) {
+            // Far beyond any session description: a bomb, not an SDP.
+            inflateEnd(&stream);
+            fail(error, QXVCErrorUnknown);
+            return "";
+        }
         if (produced > 0) {
             output.append(reinterpret_cast<const char*>(scratch), produced);
         }
@@ -93,7 +100,7 @@ std::optional<std::string> QXVCUtils::decompressString(const std::optional<std::
         return "";
     }
     std::string output;
-    output.reserve(input.size() * 4);
+    output.reserve(std::min(input.size() * 4, kMaxDecompressedSize));
     unsigned char scratch[kScratchSize];
     for (;;) {
         stream.next_out = scratch;
@@ -105,6 +112,12 @@ std::optional<std::string> QXVCUtils::decompressString(const std::optional<std::
             return "";
         }
         const size_t produced = kScratchSize - stream.avail_out;
+        if (output.size() + produced > kMaxDecompressedSize) {
+            // Far beyond any session description: a bomb, not an SDP.
+            inflateEnd(&stream);
+            fail(error, QXVCErrorUnknown);
+            return "";
+        }
         if (produced > 0) {
             output.append(reinterpret_cast<const char*>(scratch), produced);
         }

@@ -2,6 +2,7 @@
 // carried as base64 text in 64-character lines joined by CR LF.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 
@@ -16,13 +17,18 @@ class QXVCUtils {
     static std::string compressString(const std::optional<std::string>& text,
                                       QXDErrorPtr* error = nullptr);
 
+    /// The most a compressed text may inflate to (1 MiB). A session description
+    /// is a few kilobytes; anything far larger is a compression bomb from a peer.
+    static constexpr size_t kMaxDecompressedSize = 1024 * 1024;
+
     /// The text inside a compressed form. Accepts a gzip or a zlib stream; the
     /// base64 decoding skips every character outside the alphabet, so line breaks
     /// and stray white space do no harm. Exactly one stream is accepted, with
     /// nothing after it. On failure (nil or empty text, not a stream, truncated,
-    /// corrupt, trailing bytes) returns "" and stores error 820000 when `error` is
-    /// given. Returns nullopt, without an error, only when the inflated bytes are
-    /// not valid UTF-8.
+    /// corrupt, trailing bytes, or more than kMaxDecompressedSize bytes once
+    /// inflated) returns "" and stores error 820000 when `error` is given.
+    /// Returns nullopt, without an error, only when the inflated bytes are not
+    /// valid UTF-8.
     static std::optional<std::string> decompressString(const std::optional<std::string>& text,
                                                        QXDErrorPtr* error = nullptr);
 };

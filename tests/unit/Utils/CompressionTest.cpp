@@ -204,6 +204,19 @@ TEST(Compression, BrokenStreamsFailWithUnknownErrorAndNeverPartialText) {
     }
 }
 
+TEST(Compression, InflatingFarBeyondAnySessionDescriptionIsRefused) {
+    const std::string justFits(QXVCUtils::kMaxDecompressedSize, 'a');
+    EXPECT_EQ(QXVCUtils::decompressString(QXVCUtils::compressString(justFits)), justFits);
+
+    // A few kilobytes on the wire that would inflate to 64 MiB.
+    const std::string bomb = QXVCUtils::compressString(std::string(64 * 1024 * 1024, 'a'));
+    EXPECT_LT(bomb.size(), 150u * 1024);
+    QXDErrorPtr error;
+    EXPECT_EQ(QXVCUtils::decompressString(bomb, &error), std::optional<std::string>(""));
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), 820000);
+}
+
 TEST(Compression, InflatedBytesThatAreNotUtf8GiveNilWithoutError) {
     const std::string bytes = "v=0\r\n\xff\xfe\xc0\x80";
     uLongf size = compressBound(static_cast<uLong>(bytes.size()));
