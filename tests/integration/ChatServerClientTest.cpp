@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <future>
+#include <mutex>
 #include <set>
 
 #include "ChatServerHarness.h"
@@ -166,11 +167,7 @@ TEST(ChatServerClientTest, OfflineMemberCollectsPushPayloadsAtLoginWithoutReplay
     auto bob = makeClient(server.port(), "bob");
     auto bobHears = std::make_shared<RecordingDelegate>();
     bob->addChannelDelegate(bobHears, "test");
-    std::atomic<int> handed{0};
-    bob->setPushPayloadHandler([&](const nlohmann::json&) { ++handed; });
     ASSERT_EQ(bob->connect(), nullptr);
-
-    ASSERT_TRUE(waitUntil([&] { return handed.load() == 1; }));
     auto payloads = bob->takePushPayloads();
     ASSERT_EQ(payloads.size(), 1u);
     EXPECT_EQ(payloads[0]["velmorin"]["message_id"], whileAway);
@@ -184,6 +181,25 @@ TEST(ChatServerClientTest, OfflineMemberCollectsPushPayloadsAtLoginWithoutReplay
     ASSERT_TRUE(bobHears->waitForCount(1));
     ASSERT_EQ(bobHears->messages().size(), 1u);
     EXPECT_EQ(bobHears->messages()[0]->messageId(), now);
+
+    // With a handler, the next login's payloads go to it, once each.
+    std::mutex mutex;
+    std::vector<int64_t> handed;
+    bob->setPushPayloadHandler([&](const nlohmann::json& payload) {
+        std::lock_guard lock(mutex);
+        handed.push_back(payload["velmorin"]["message_id"].get<int64_t>());
+    });
+    bob->disconnect();
+    ASSERT_TRUE(waitUntil([&] { return !server.service->isConnected("bob"); }));
+    const int64_t secondAway = sendDirect(server, "alice", "second");
+    ASSERT_EQ(bob->connect(), nullptr);
+    ASSERT_TRUE(waitUntil([&] {
+        std::lock_guard lock(mutex);
+        return !handed.empty();
+    }));
+    EXPECT_TRUE(bob->takePushPayloads().empty());
+    std::lock_guard lock(mutex);
+    EXPECT_EQ(handed, std::vector<int64_t>{secondAway});
 }
 
 TEST(ChatServerClientTest, DisconnectStopsReconnectingAndFailsSends) {

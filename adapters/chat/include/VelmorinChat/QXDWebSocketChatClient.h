@@ -60,7 +60,11 @@ class QXDWebSocketChatClient : public QXDChatClient {
     /// Push payloads the server kept for this user while it was offline, collected at
     /// each login; returns them oldest first and clears them.
     std::vector<nlohmann::json> takePushPayloads();
-    /// Optional: called on the event queue once per collected push payload.
+    /// Optional: called on the event queue once per collected push payload. Each
+    /// payload is handed over once: while a handler is set, payloads collected at
+    /// a login go to it and not to takePushPayloads(). A payload may describe a
+    /// message that also arrives as a channel event after a reconnection (the
+    /// library tells them apart by message id).
     void setPushPayloadHandler(std::function<void(const nlohmann::json& payload)> handler);
     /// Optional: called on the event queue when the connection goes up or down.
     void setConnectionStateHandler(std::function<void(bool connected)> handler);

@@ -173,12 +173,16 @@ void QXDWebSocketChatClient::State::onLogin(const json& result, const QXDErrorPt
         list && list->is_array()) {
         payloads.assign(list->begin(), list->end());
     }
+    // Each payload reaches the application once: through its handler when it
+    // set one, else kept for takePushPayloads().
     std::function<void(const json&)> onPayload;
     {
         std::lock_guard lock(mutex);
         currentUser = std::move(currentUserNow);
-        pushPayloads.insert(pushPayloads.end(), payloads.begin(), payloads.end());
         onPayload = pushHandler;
+        if (!onPayload) {
+            pushPayloads.insert(pushPayloads.end(), payloads.begin(), payloads.end());
+        }
     }
     if (onPayload) {
         for (auto& payload : payloads) {
