@@ -105,7 +105,26 @@ void printDemoReport(const DemoSide& caller, const DemoSide& callee, const Signa
                         side->user.c_str());
         }
     }
-    std::printf("  bitrate: not measured (the RTC port has no byte counters yet)\n");
+    for (const auto* side : {&caller, &callee}) {
+        const auto* other = side == &caller ? &callee : &caller;
+        const auto& a = side->firstStats;
+        const auto& b = side->steadyStats;
+        const double seconds =
+            a && b ? static_cast<double>(b->number("countersUs") - a->number("countersUs")) / 1e6
+                   : 0;
+        if (seconds <= 0) {
+            std::printf("  bitrate %s -> %s: n/a (no engine counters)\n", other->user.c_str(),
+                        side->user.c_str());
+            continue;
+        }
+        auto rate = [&](const char* key) {
+            return static_cast<double>(b->number(key) - a->number(key)) * 8 / seconds / 1000;
+        };
+        std::printf(
+            "  bitrate %s -> %s, %.1f s of steady media: video %.0f kbit/s, audio %.0f kbit/s\n",
+            other->user.c_str(), side->user.c_str(), seconds, rate("videoBytesReceived"),
+            rate("audioBytesReceived"));
+    }
 
     std::printf("\n== Signalling (chat server database) ==\n");
     if (!audit.error.empty()) {

@@ -15,9 +15,11 @@ std::optional<long> wallMs(const PhoneLine& line);
 
 struct DemoSide {
     std::string user;
-    std::vector<PhoneLine> lines;  ///< everything the phone printed
-    std::optional<PhoneLine> finalStats;
-    std::string snapshot;  ///< PNG written, or empty
+    std::vector<PhoneLine> lines;          ///< everything the phone printed
+    std::optional<PhoneLine> firstStats;   ///< taken once media flow
+    std::optional<PhoneLine> steadyStats;  ///< 4 s later, before any control
+    std::optional<PhoneLine> finalStats;   ///< taken just before the end
+    std::string snapshot;                  ///< PNG written, or empty
 };
 
 /// Prints the timeline, the figures and the signalling audit.

@@ -118,6 +118,9 @@ bool Demo::run() {
     if (!ok) {
         return false;
     }
+    for (auto* phone : {alice.get(), bob.get()}) {
+        ok = step(phone->user() + " reports stats", phone->stats().has_value()) && ok;
+    }
     progress("media flow; letting them run for 4 s");
     std::this_thread::sleep_for(std::chrono::seconds(4));
     for (auto* phone : {alice.get(), bob.get()}) {
@@ -183,8 +186,8 @@ int main(int argc, char** argv) {
     Demo demo(out);
     const bool ok = demo.run();
 
-    DemoSide caller{"alice", {}, std::nullopt, ""};
-    DemoSide callee{"bob", {}, std::nullopt, ""};
+    DemoSide caller{"alice", {}, std::nullopt, std::nullopt, std::nullopt, ""};
+    DemoSide callee{"bob", {}, std::nullopt, std::nullopt, std::nullopt, ""};
     for (auto* side : {&caller, &callee}) {
         auto& phone = side == &caller ? demo.alice : demo.bob;
         if (!phone) {
@@ -197,6 +200,13 @@ int main(int argc, char** argv) {
         side->lines = phone->parsedLines();
         for (const auto& line : side->lines) {
             if (line.kind == "STATS") {
+                // The first two samples frame 4 s of steady media; the last is
+                // taken just before the end.
+                if (!side->firstStats) {
+                    side->firstStats = line;
+                } else if (!side->steadyStats) {
+                    side->steadyStats = line;
+                }
                 side->finalStats = line;
             } else if (line.kind == "SNAPSHOT") {
                 side->snapshot = line.field("file") + " (" + line.field("bytes") + " bytes)";

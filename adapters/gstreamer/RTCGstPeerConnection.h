@@ -54,6 +54,8 @@ class RTCGstPeerConnection final : public RTCPeerConnection,
     std::vector<RTCRtpReceiverPtr> receivers() const override;
     std::vector<RTCRtpTransceiverPtr> transceivers() const override;
     void close() override;
+    /// From webrtcbin's get-stats: the inbound and outbound RTP streams' counters.
+    void statisticsWithCompletionHandler(RTCStatisticsCompletionHandler completion) override;
     RTCSignalingState signalingState() const override { return signaling_.load(); }
     RTCIceConnectionState iceConnectionState() const override { return ice_.load(); }
     RTCIceGatheringState iceGatheringState() const override { return gathering_.load(); }

@@ -26,9 +26,16 @@ TEST_F(PhoneCallTest, VideoCallCarriesMediaBothWaysAndEveryControlReachesTheOthe
     const auto callId = establishCall(alice, bob);
     ASSERT_FALSE(callId.empty());
 
-    // Media both ways, and both remote views can be written out.
+    // Media both ways, and both remote views can be written out. The engine's
+    // byte counters grow with the frames.
+    auto bobBefore = bob.stats();
     EXPECT_TRUE(framesGrowBeyond(alice, 30));
     EXPECT_TRUE(framesGrowBeyond(bob, 30));
+    auto bobAfter = bob.stats();
+    ASSERT_TRUE(bobBefore && bobAfter);
+    EXPECT_GT(bobAfter->number("videoBytesReceived"), bobBefore->number("videoBytesReceived"));
+    EXPECT_GT(bobAfter->number("audioBytesReceived"), bobBefore->number("audioBytesReceived"));
+    EXPECT_GT(bobAfter->number("videoBytesSent"), bobBefore->number("videoBytesSent"));
     alice.send("snapshot alice.png");
     bob.send("snapshot bob.png");
     auto aliceShot = alice.waitKind("SNAPSHOT", kStep);

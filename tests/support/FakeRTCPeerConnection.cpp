@@ -322,6 +322,25 @@ std::vector<RTCRtpTransceiverPtr> FakeRTCPeerConnection::transceivers() const {
     return {transceivers_.begin(), transceivers_.end()};
 }
 
+void FakeRTCPeerConnection::statisticsWithCompletionHandler(
+    RTCStatisticsCompletionHandler completion) {
+    RTCStatisticsReport report;
+    {
+        std::lock_guard lock(mutex_);
+        report = statistics_;
+    }
+    if (completion) {
+        context_->dispatch([completion = std::move(completion), report] {
+            completion(std::make_shared<const RTCStatisticsReport>(report));
+        });
+    }
+}
+
+void FakeRTCPeerConnection::setStatistics(RTCStatisticsReport report) {
+    std::lock_guard lock(mutex_);
+    statistics_ = report;
+}
+
 void FakeRTCPeerConnection::close() {
     context_->record(name_ + ".close()");
     std::lock_guard lock(mutex_);

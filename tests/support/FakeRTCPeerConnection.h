@@ -134,6 +134,10 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     RTCPeerConnectionState connectionState() const override;
     RTCSessionDescriptionPtr localDescription() const override;
     RTCSessionDescriptionPtr remoteDescription() const override;
+    /// Reports the counters set with setStatistics (zeros by default) on the
+    /// callback queue.
+    void statisticsWithCompletionHandler(RTCStatisticsCompletionHandler completion) override;
+    void setStatistics(RTCStatisticsReport report);
 
     // ---- What was called -----------------------------------------------------
 
@@ -230,6 +234,7 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     const std::weak_ptr<RTCPeerConnectionDelegate> delegate_;
 
     mutable std::mutex mutex_;
+    RTCStatisticsReport statistics_;
     std::deque<Pending> pending_;
     std::vector<std::shared_ptr<FakeRTCRtpTransceiver>> transceivers_;
     std::vector<RTCMediaConstraintsPtr> offerConstraints_;

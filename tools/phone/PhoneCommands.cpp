@@ -1,6 +1,7 @@
 // The commands of a phone script.
 #include <chrono>
 #include <filesystem>
+#include <future>
 #include <thread>
 
 #include "PhoneController.h"
@@ -191,11 +192,30 @@ void PhoneController::printStats() {
     }
     const auto id = call ? call->callId() : std::string();
     const auto size = remote ? remote->videoSize() : CGSize{};
+    // What the transport carried so far, from the engine (zeros without a call).
+    RTCStatisticsReport counters;
+    auto active = QXVCMain::getActiveCall();
+    if (auto connection = active ? active->peerConnection() : nullptr) {
+        auto reply = std::make_shared<std::promise<RTCStatisticsReportPtr>>();
+        auto future = reply->get_future();
+        connection->statisticsWithCompletionHandler(
+            [reply](RTCStatisticsReportPtr report) { reply->set_value(std::move(report)); });
+        if (future.wait_for(std::chrono::seconds(2)) == std::future_status::ready) {
+            if (auto report = future.get()) {
+                counters = *report;
+            }
+        }
+    }
     log_->stamped("STATS",
                   "call=" + (id.empty() ? std::string("-") : id) + " state=" +
                       (call ? PhoneEventLog::stateName(call->state()) : std::string("-")) +
                       " frames=" + std::to_string(remote ? remote->frameCount() : 0) +
                       " width=" + std::to_string(static_cast<long>(size.width)) +
                       " height=" + std::to_string(static_cast<long>(size.height)) +
-                      " localFrames=" + std::to_string(local ? local->previewFrameCount() : 0));
+                      " localFrames=" + std::to_string(local ? local->previewFrameCount() : 0) +
+                      " videoBytesSent=" + std::to_string(counters.video.bytesSent) +
+                      " videoBytesReceived=" + std::to_string(counters.video.bytesReceived) +
+                      " audioBytesSent=" + std::to_string(counters.audio.bytesSent) +
+                      " audioBytesReceived=" + std::to_string(counters.audio.bytesReceived) +
+                      " countersUs=" + std::to_string(counters.timestampUs));
 }

@@ -4,6 +4,8 @@
 //
 //   EVENT t=<ms since start> wall=<UTC time> <name> call=<id|-> state=<state> [key=value ...]
 //   STATS t=... wall=... call=... state=... frames=<remote frames> width=.. height=..
+//         localFrames=.. videoBytesSent=.. videoBytesReceived=.. audioBytesSent=..
+//         audioBytesReceived=.. countersUs=<when the engine read its counters>
 //   OK <command> / FAIL <reason> / INFO <text>
 //
 // It also remembers how often each event was seen, for the script's `wait`.

@@ -25,6 +25,7 @@
 #include "VelmorinVideoChat/Platform/RTC/RTCPeerConnectionDelegate.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCRtpTransceiver.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCSessionDescription.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCStatisticsReport.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCTypes.h"
 
 using RTCCreateSessionDescriptionCompletionHandler =
@@ -80,6 +81,11 @@ class RTCPeerConnection {
     /// Stops media, releases the TURN allocations and moves every state to
     /// Closed. No delegate callback follows. Idempotent.
     virtual void close() = 0;
+
+    /// `statisticsWithCompletionHandler:`: bytes and packets sent and received
+    /// so far, per kind of media. The report (never null) arrives on the
+    /// signalling thread.
+    virtual void statisticsWithCompletionHandler(RTCStatisticsCompletionHandler completion) = 0;
 
     virtual RTCSignalingState signalingState() const = 0;
     virtual RTCIceConnectionState iceConnectionState() const = 0;
