@@ -143,15 +143,17 @@ int main(int argc, char** argv) {
             phone->handlePushPayloads({payload}, "live");
         }
     });
+    // Everything is in place before the login: push payloads the client hands
+    // over as it logs in reach delegates that are already listening.
+    QXDMain::setChatClient(client);
+    QXVCMain::config();
+    controller->install();
     if (auto error = client->connect()) {
         std::fprintf(stderr, "qxvc-phone: cannot log in to %s:%u as %s: %s\n", options.host.c_str(),
                      static_cast<unsigned>(options.port), options.user.c_str(),
                      error->localizedDescription().c_str());
         finish(1);
     }
-    QXDMain::setChatClient(client);
-    QXVCMain::config();
-    controller->install();
     log->stamped("READY", "user=" + options.user + " channel=" + options.channel);
     controller->handlePushPayloads(client->takePushPayloads(), "login");
     if (!pushPayloads.empty()) {
