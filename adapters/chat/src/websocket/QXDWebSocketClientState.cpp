@@ -255,9 +255,15 @@ void QXDWebSocketChatClient::State::catchUp(const std::string& channelUrl, int64
                 auto channel = channelObject ? wire::channelFromJson(*channelObject) : std::nullopt;
                 const auto* messages = qxvc::json::member(result, wire::kMessages);
                 if (!error && channel && messages && messages->is_array()) {
+                    const std::string me = state->currentUserId();
                     for (const auto& object : *messages) {
                         if (auto message = wire::messageFromJson(object)) {
                             last = std::max(last, message->messageId());
+                            // Live delivery never hands users their own
+                            // messages; catching up must not either.
+                            if (message->sender() && message->sender()->userId() == me) {
+                                continue;
+                            }
                             state->heldBack.push_back({std::move(message), *channel});
                         }
                     }

@@ -74,6 +74,11 @@ struct QXDWebSocketChatClient::State : std::enable_shared_from_this<State> {
     void onLogin(const nlohmann::json& result, const QXDErrorPtr& error);
     void catchUp(const std::string& channelUrl, int64_t after);
     void finishCatchUp();
+    /// The logged-in user's id (the configured one until the first login).
+    std::string currentUserId() const {
+        std::lock_guard lock(mutex);
+        return currentUser ? currentUser->userId() : options.userId;
+    }
     void deliver(QXDWebSocketDelivery delivery);
     void scheduleReconnect();
     void finishFirstLogin(QXDErrorPtr error);
