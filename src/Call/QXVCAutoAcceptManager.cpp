@@ -23,6 +23,11 @@ void logDebug(std::string_view format, const Args&... args) {
 void acceptOrEnd(const QXVCCallPtr& call, bool refusedAudioOnly,
                  const QXVCCallOptionsPtr& options) {
     if (refusedAudioOnly == call->isAudioCall()) {
+        // The refused start's views are the application's, placed for its own
+        // call: the accepted call takes them as ready instead of waiting for an
+        // announcement the application cannot make (it may not know the call
+        // yet).
+        call->viewIsReady();
         call->acceptWithOptions(options, nullptr);
     } else {
         call->endWithCompletionHandler([](const QXDErrorPtr&) {

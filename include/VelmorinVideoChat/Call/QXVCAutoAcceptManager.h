@@ -23,9 +23,11 @@
 //    because a call is going on).
 //  - Start first, then refusal: the call is accepted at once, before the
 //    delegates hear of it (they hear didReceiveStartCall when the start's own
-//    0.25 s wait ends). An accepted call proceeds only when viewIsReady() was
-//    called on it, so in this order the accept waits for views that nobody has
-//    announced, and the call does not get further than its accept.
+//    0.25 s wait ends).
+//  - An automatic accept uses the refused start's options, views included, and
+//    marks the call's views ready (viewIsReady) first: the application placed
+//    those views for its own start, and in the start-first order it cannot
+//    announce them for a call it has not heard of yet.
 //  - Records leave the maps only when a pair is settled refusal-first. A start
 //    settled alone stays recorded for its channel, so the next incoming start in
 //    that channel with another call id is taken as a conflict: the delegates
