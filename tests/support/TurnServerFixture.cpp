@@ -8,7 +8,7 @@
 #include <openssl/rand.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,8 +20,6 @@
 #include <fstream>
 #include <thread>
 #include <vector>
-
-extern char** environ;
 
 namespace {
 
@@ -115,14 +113,24 @@ bool TurnServerFixture::start() {
         argv.push_back(arg.data());
     }
     argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    pid_t pid = -1;
-    int rc = posix_spawnp(&pid, "turnserver", &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (rc != 0) {
+    // The server dies with the test process, even one that crashes before
+    // stop() runs. Only async-signal-safe calls between fork and exec.
+    const pid_t parent = getpid();
+    pid_t pid = fork();
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) {
+            _exit(127);
+        }
+        int devNull = open("/dev/null", O_WRONLY);
+        if (devNull >= 0) {
+            dup2(devNull, 1);
+            dup2(devNull, 2);
+        }
+        execvp("turnserver", argv.data());
+        _exit(127);
+    }
+    if (pid < 0) {
         error_ = "cannot run turnserver (is coturn installed?)";
         return false;
     }
