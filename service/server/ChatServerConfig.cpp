@@ -109,13 +109,13 @@ std::string applyChannel(const nlohmann::json& object, ServerConfig& config,
     if (!object.is_object()) {
         return where + " must be an object";
     }
-    GroupChannelSpec spec;
+    GroupChannelSpec channel;
     std::string error =
         checkKeys(object, {"channel_url", "name", "is_public", "is_super", "members"}, where);
-    for (auto field : {stringField(object, "channel_url", true, spec.channelUrl, where),
-                       stringField(object, "name", false, spec.name, where),
-                       boolField(object, "is_public", spec.isPublic, where),
-                       boolField(object, "is_super", spec.isSuper, where)}) {
+    for (auto field : {stringField(object, "channel_url", true, channel.channelUrl, where),
+                       stringField(object, "name", false, channel.name, where),
+                       boolField(object, "is_public", channel.isPublic, where),
+                       boolField(object, "is_super", channel.isSuper, where)}) {
         if (error.empty()) {
             error = field;
         }
@@ -131,9 +131,9 @@ std::string applyChannel(const nlohmann::json& object, ServerConfig& config,
         if (!member.is_string() || member.get<std::string>().empty()) {
             return where + ": \"members\" must be an array of user ids";
         }
-        spec.memberIds.push_back(member.get<std::string>());
+        channel.memberIds.push_back(member.get<std::string>());
     }
-    config.channels.push_back(std::move(spec));
+    config.channels.push_back(std::move(channel));
     return {};
 }
 
@@ -239,10 +239,10 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
             if (colon == std::string::npos || colon == 0 || colon + 1 == value.size()) {
                 return fail("--channel: expected URL:ID,ID..., got " + value);
             }
-            GroupChannelSpec spec;
-            spec.channelUrl = value.substr(0, colon);
-            spec.memberIds = split(value.substr(colon + 1), ',');
-            config.channels.push_back(std::move(spec));
+            GroupChannelSpec channel;
+            channel.channelUrl = value.substr(0, colon);
+            channel.memberIds = split(value.substr(colon + 1), ',');
+            config.channels.push_back(std::move(channel));
         } else if (option == "--turn-server") {
             config.settings.turnServer = value;
         } else if (option == "--turn-secret") {
@@ -283,9 +283,9 @@ std::string setUpService(ChatService& service, const ServerConfig& config) {
             return "user " + account.user.userId() + ": " + error->localizedDescription();
         }
     }
-    for (const auto& spec : config.channels) {
-        if (auto created = service.createGroupChannel(spec); created.error) {
-            return "channel " + spec.channelUrl + ": " + created.error->localizedDescription();
+    for (const auto& channel : config.channels) {
+        if (auto created = service.createGroupChannel(channel); created.error) {
+            return "channel " + channel.channelUrl + ": " + created.error->localizedDescription();
         }
     }
     return {};
