@@ -194,7 +194,9 @@ class QXVCMain {
     /// simultaneous starts on and the service's refusal 900600: then the
     /// auto-accept manager owns the handler (it gets the refusal once the
     /// collision is settled), and when the refusal does not name the other call
-    /// ("CALL_ID:" not found exactly once) the handler is not called at all.
+    /// ("CALL_ID:" not found exactly once) the handler is not called at all. The
+    /// other call's id is the 36 characters after the marker, or all that
+    /// follows it when fewer do.
     static void startCallWithAudioOnly(bool audioOnly, const QXVCCallOptionsPtr& options,
                                        std::function<void(QXDErrorPtr error)> completionHandler);
 
