@@ -23,12 +23,12 @@ Outcome runPhone(const std::vector<std::string>& args) {
     if (fd >= 0) {
         close(fd);
     }
-    ChildProcess::Spec spec;
-    spec.argv = {phoneBinary()};
-    spec.argv.insert(spec.argv.end(), args.begin(), args.end());
-    spec.logPath = tmpl;
+    ChildProcess::Setup setup;
+    setup.argv = {phoneBinary()};
+    setup.argv.insert(setup.argv.end(), args.begin(), args.end());
+    setup.logPath = tmpl;
     std::string error;
-    auto process = ChildProcess::start(std::move(spec), error);
+    auto process = ChildProcess::start(std::move(setup), error);
     Outcome outcome;
     if (!process) {
         outcome.output = error;

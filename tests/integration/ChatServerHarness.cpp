@@ -43,10 +43,10 @@ InProcessServer::InProcessServer(uint16_t port) {
         service->upsertUser(QXDUser(id, nickname));
         options.tokens[id] = id + "-token";
     }
-    velmorin::GroupChannelSpec spec;
-    spec.channelUrl = kChannel;
-    spec.memberIds = {"alice", "bob"};
-    service->createGroupChannel(spec);
+    velmorin::GroupChannelSpec setup;
+    setup.channelUrl = kChannel;
+    setup.memberIds = {"alice", "bob"};
+    service->createGroupChannel(setup);
     server = std::make_unique<velmorin::server::ChatServer>(service, options);
     server->start();
 }

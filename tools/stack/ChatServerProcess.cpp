@@ -34,15 +34,15 @@ bool ChatServerProcess::start(std::string& error, uint16_t port) {
             return false;
         }
     }
-    ChildProcess::Spec spec;
-    spec.argv = {chatServerBinary(), "--port",          std::to_string(port),
-                 "--config",         configPath(),      "--db",
-                 dbPath(),           "--turn-server",   config_.turnUrl,
-                 "--turn-secret",    config_.turnSecret};
+    ChildProcess::Setup setup;
+    setup.argv = {chatServerBinary(), "--port",          std::to_string(port),
+                  "--config",         configPath(),      "--db",
+                  dbPath(),           "--turn-server",   config_.turnUrl,
+                  "--turn-secret",    config_.turnSecret};
     // Each run keeps its own log, so a restart does not hide the first run's.
     const std::string log = ++starts_ == 1 ? logPath() : logPath() + "." + std::to_string(starts_);
-    spec.logPath = log;
-    process_ = ChildProcess::start(std::move(spec), error);
+    setup.logPath = log;
+    process_ = ChildProcess::start(std::move(setup), error);
     if (!process_) {
         return false;
     }

@@ -11,8 +11,8 @@
 #include <csignal>
 #include <cstring>
 
-std::unique_ptr<ChildProcess> ChildProcess::start(Spec spec, std::string& error) {
-    if (spec.argv.empty()) {
+std::unique_ptr<ChildProcess> ChildProcess::start(Setup setup, std::string& error) {
+    if (setup.argv.empty()) {
         error = "nothing to run";
         return nullptr;
     }
@@ -20,22 +20,22 @@ std::unique_ptr<ChildProcess> ChildProcess::start(Spec spec, std::string& error)
     static const bool sigpipeIgnored = [] { return std::signal(SIGPIPE, SIG_IGN) != SIG_ERR; }();
     (void)sigpipeIgnored;
     std::vector<char*> argv;
-    for (auto& arg : spec.argv) {
+    for (auto& arg : setup.argv) {
         argv.push_back(arg.data());
     }
     argv.push_back(nullptr);
 
     int out[2] = {-1, -1};
     int in[2] = {-1, -1};
-    if (pipe2(out, O_CLOEXEC) != 0 || (spec.pipeStdin && pipe2(in, O_CLOEXEC) != 0)) {
+    if (pipe2(out, O_CLOEXEC) != 0 || (setup.pipeStdin && pipe2(in, O_CLOEXEC) != 0)) {
         error = std::string("pipe: ") + std::strerror(errno);
         return nullptr;
     }
     int logFd = -1;
-    if (!spec.logPath.empty()) {
-        logFd = open(spec.logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (!setup.logPath.empty()) {
+        logFd = open(setup.logPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
         if (logFd < 0) {
-            error = "cannot write " + spec.logPath + ": " + std::strerror(errno);
+            error = "cannot write " + setup.logPath + ": " + std::strerror(errno);
             close(out[0]);
             close(out[1]);
             return nullptr;
@@ -55,7 +55,7 @@ std::unique_ptr<ChildProcess> ChildProcess::start(Spec spec, std::string& error)
         if (getppid() != parent) {
             _exit(127);
         }
-        dup2(spec.pipeStdin ? in[0] : nullFd, 0);
+        dup2(setup.pipeStdin ? in[0] : nullFd, 0);
         dup2(out[1], 1);
         dup2(logFd >= 0 ? logFd : nullFd, 2);
         execvp(argv[0], argv.data());
@@ -70,8 +70,8 @@ std::unique_ptr<ChildProcess> ChildProcess::start(Spec spec, std::string& error)
     std::unique_ptr<ChildProcess> child(new ChildProcess());
     child->pid_ = pid;
     child->logFd_ = logFd;
-    child->onLine_ = std::move(spec.onLine);
-    if (spec.pipeStdin) {
+    child->onLine_ = std::move(setup.onLine);
+    if (setup.pipeStdin) {
         close(in[0]);
         child->stdinFd_ = in[1];
     }

@@ -17,7 +17,7 @@
 
 class ChildProcess {
   public:
-    struct Spec {
+    struct Setup {
         std::vector<std::string> argv;  ///< argv[0] is the program (searched on PATH)
         std::string logPath;            ///< stdout and stderr are copied here
         bool pipeStdin = false;
@@ -26,7 +26,7 @@ class ChildProcess {
     };
 
     /// Starts the process; nullptr with the reason in `error` when it cannot.
-    static std::unique_ptr<ChildProcess> start(Spec spec, std::string& error);
+    static std::unique_ptr<ChildProcess> start(Setup setup, std::string& error);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;

@@ -63,26 +63,26 @@ void LocalCallStack::stop() {
 std::unique_ptr<PhoneProcess> LocalCallStack::startPhone(
     const std::string& user, const std::vector<std::string>& extraArgs, std::string& error,
     bool wait, std::function<void(const PhoneLine&)> onLine) {
-    PhoneProcess::Spec spec;
-    spec.user = user;
+    PhoneProcess::Setup setup;
+    setup.user = user;
     for (const auto& known : server_->config().users) {
         if (known.id == user) {
-            spec.token = known.token;
+            setup.token = known.token;
         }
     }
-    spec.channel = kChannel;
-    spec.server = server_->address();
-    spec.snapshotDir = snapshotDir();
-    spec.logPath = workDir_ + "/phone-" + user + "-" + std::to_string(++phones_) + ".log";
-    spec.extraArgs = extraArgs;
+    setup.channel = kChannel;
+    setup.server = server_->address();
+    setup.snapshotDir = snapshotDir();
+    setup.logPath = workDir_ + "/phone-" + user + "-" + std::to_string(++phones_) + ".log";
+    setup.extraArgs = extraArgs;
     // For a closer look at a failing run: e.g. QXVC_PHONE_ARGS="--log-level 1112017".
     if (const char* more = std::getenv("QXVC_PHONE_ARGS"); more && *more) {
         std::istringstream words(more);
         for (std::string word; words >> word;) {
-            spec.extraArgs.push_back(word);
+            setup.extraArgs.push_back(word);
         }
     }
-    spec.onLine = std::move(onLine);
-    return wait ? PhoneProcess::start(std::move(spec), error)
-                : PhoneProcess::launch(std::move(spec), error);
+    setup.onLine = std::move(onLine);
+    return wait ? PhoneProcess::start(std::move(setup), error)
+                : PhoneProcess::launch(std::move(setup), error);
 }

@@ -35,18 +35,18 @@ std::optional<PhoneLine> parsePhoneLine(const std::string& text) {
     return line;
 }
 
-std::unique_ptr<PhoneProcess> PhoneProcess::launch(Spec spec, std::string& error) {
-    ChildProcess::Spec child;
-    child.argv = {phoneBinary(), "--server", spec.server, "--user",    spec.user,
-                  "--token",     spec.token, "--channel", spec.channel};
-    if (!spec.snapshotDir.empty()) {
-        child.argv.insert(child.argv.end(), {"--snapshot-dir", spec.snapshotDir});
+std::unique_ptr<PhoneProcess> PhoneProcess::launch(Setup setup, std::string& error) {
+    ChildProcess::Setup child;
+    child.argv = {phoneBinary(), "--server",  setup.server, "--user",     setup.user,
+                  "--token",     setup.token, "--channel",  setup.channel};
+    if (!setup.snapshotDir.empty()) {
+        child.argv.insert(child.argv.end(), {"--snapshot-dir", setup.snapshotDir});
     }
-    child.argv.insert(child.argv.end(), spec.extraArgs.begin(), spec.extraArgs.end());
-    child.logPath = spec.logPath;
+    child.argv.insert(child.argv.end(), setup.extraArgs.begin(), setup.extraArgs.end());
+    child.logPath = setup.logPath;
     child.pipeStdin = true;
-    if (spec.onLine) {
-        child.onLine = [onLine = spec.onLine](const std::string& text) {
+    if (setup.onLine) {
+        child.onLine = [onLine = setup.onLine](const std::string& text) {
             if (auto line = parsePhoneLine(text)) {
                 onLine(*line);
             }
@@ -57,15 +57,15 @@ std::unique_ptr<PhoneProcess> PhoneProcess::launch(Spec spec, std::string& error
         return nullptr;
     }
     auto phone = std::make_unique<PhoneProcess>();
-    phone->user_ = spec.user;
+    phone->user_ = setup.user;
     phone->process_ = std::move(process);
     return phone;
 }
 
-std::unique_ptr<PhoneProcess> PhoneProcess::start(Spec spec, std::string& error,
+std::unique_ptr<PhoneProcess> PhoneProcess::start(Setup setup, std::string& error,
                                                   double readySeconds) {
-    const std::string log = spec.logPath;
-    auto phone = launch(std::move(spec), error);
+    const std::string log = setup.logPath;
+    auto phone = launch(std::move(setup), error);
     if (!phone) {
         return nullptr;
     }

@@ -33,7 +33,7 @@ std::optional<PhoneLine> parsePhoneLine(const std::string& text);
 
 class PhoneProcess {
   public:
-    struct Spec {
+    struct Setup {
         std::string user;
         std::string token;
         std::string channel;
@@ -46,10 +46,10 @@ class PhoneProcess {
     };
 
     /// Starts the phone and waits until it has logged in (READY).
-    static std::unique_ptr<PhoneProcess> start(Spec spec, std::string& error,
+    static std::unique_ptr<PhoneProcess> start(Setup setup, std::string& error,
                                                double readySeconds = 20);
     /// Starts the phone without waiting for anything.
-    static std::unique_ptr<PhoneProcess> launch(Spec spec, std::string& error);
+    static std::unique_ptr<PhoneProcess> launch(Setup setup, std::string& error);
 
     const std::string& user() const { return user_; }
     bool send(const std::string& command);

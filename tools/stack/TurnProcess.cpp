@@ -77,28 +77,28 @@ bool TurnProcess::start(std::string& error) {
     secret_ = randomHex(16);
     // Relay ports away from the listener, and apart for servers on other ports.
     const int minPort = 40000 + (port_ % 1000) * 16;
-    ChildProcess::Spec spec;
-    spec.argv = {"turnserver",
-                 "-n",
-                 "--listening-ip=127.0.0.1",
-                 "--relay-ip=127.0.0.1",
-                 "--listening-port=" + std::to_string(port_),
-                 "--min-port=" + std::to_string(minPort),
-                 "--max-port=" + std::to_string(minPort + 15),
-                 "--use-auth-secret",
-                 "--static-auth-secret=" + secret_,
-                 "--realm=velmorin.local",
-                 "--no-tls",
-                 "--no-dtls",
-                 "--no-cli",
-                 "--allow-loopback-peers",
-                 "--fingerprint",
-                 "--userdb=" + workDir_ + "/turndb",
-                 "--log-file=" + logPath(),
-                 "--simple-log",
-                 "--no-stdout-log"};
-    spec.logPath = workDir_ + "/turnserver.out";
-    process_ = ChildProcess::start(std::move(spec), error);
+    ChildProcess::Setup setup;
+    setup.argv = {"turnserver",
+                  "-n",
+                  "--listening-ip=127.0.0.1",
+                  "--relay-ip=127.0.0.1",
+                  "--listening-port=" + std::to_string(port_),
+                  "--min-port=" + std::to_string(minPort),
+                  "--max-port=" + std::to_string(minPort + 15),
+                  "--use-auth-secret",
+                  "--static-auth-secret=" + secret_,
+                  "--realm=velmorin.local",
+                  "--no-tls",
+                  "--no-dtls",
+                  "--no-cli",
+                  "--allow-loopback-peers",
+                  "--fingerprint",
+                  "--userdb=" + workDir_ + "/turndb",
+                  "--log-file=" + logPath(),
+                  "--simple-log",
+                  "--no-stdout-log"};
+    setup.logPath = workDir_ + "/turnserver.out";
+    process_ = ChildProcess::start(std::move(setup), error);
     if (!process_) {
         error = "cannot run turnserver (is coturn installed?): " + error;
         return false;
