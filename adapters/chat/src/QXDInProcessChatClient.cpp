@@ -168,7 +168,7 @@ void QXDInProcessChatClient::State::dispatch(const QXDInProcessDelivery& deliver
 QXDUserMessagePtr QXDInProcessGroupChannel::sendUserMessageWithParams(
     const QXDUserMessageParamsPtr& params, QXDUserMessageHandler handler) {
     if (auto client = client_.lock()) {
-        return client->sendUserMessage(info_.channelUrl, params, std::move(handler));
+        return client->sendUserMessage(info().channelUrl, params, std::move(handler));
     }
     if (handler) {
         qxvc::safeCall("QXDInProcessGroupChannel send", handler, nullptr,

@@ -156,7 +156,7 @@ QXDUserMessagePtr QXDWebSocketChatClient::State::sendUserMessage(
 QXDUserMessagePtr QXDWebSocketGroupChannel::sendUserMessageWithParams(
     const QXDUserMessageParamsPtr& params, QXDUserMessageHandler handler) {
     if (auto client = client_.lock()) {
-        return client->sendUserMessage(info_.channelUrl, params, std::move(handler));
+        return client->sendUserMessage(info().channelUrl, params, std::move(handler));
     }
     if (handler) {
         qxvc::safeCall("QXDWebSocketGroupChannel send", handler, nullptr,
