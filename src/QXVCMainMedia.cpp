@@ -149,3 +149,13 @@ std::shared_ptr<RTCCameraVideoCapturer> QXVCMain::getCameraVideoCapturer() {
 std::vector<std::shared_ptr<RTCCaptureDevice>> QXVCMain::getCameraDeviceList() {
     return RTCCameraVideoCapturer::captureDevices();
 }
+
+std::vector<std::shared_ptr<RTCAudioDevice>> QXVCMain::getAudioInputDeviceList() {
+    auto platform = RTCPlatform::current();
+    return platform ? platform->audioInputDevices() : std::vector<RTCAudioDevicePtr>{};
+}
+
+std::vector<std::shared_ptr<RTCAudioDevice>> QXVCMain::getAudioOutputDeviceList() {
+    auto platform = RTCPlatform::current();
+    return platform ? platform->audioOutputDevices() : std::vector<RTCAudioDevicePtr>{};
+}

@@ -68,10 +68,10 @@ void Impl::buildBranch(RTCGstBranch& branch, int mline, int pt) {
         gst_caps_unref(caps);
         return;
     }
-    const auto& options = pc.platform_->options();
-    std::string description;
+    GstElement* bin = nullptr;
     if (video) {
-        description =
+        const auto& options = pc.platform_->options();
+        std::string description =
             "appsrc name=src format=time is-live=true do-timestamp=true "
             "! queue leaky=downstream max-size-buffers=2 max-size-bytes=0 max-size-time=0 "
             // One encoder thread: libvpx's multi-threaded mode stalls to a few
@@ -80,22 +80,20 @@ void Impl::buildBranch(RTCGstBranch& branch, int mline, int pt) {
             "keyframe-max-dist=90 threads=1 target-bitrate=" +
             std::to_string(options.defaultVideoBitrateBps) +
             " ! rtpvp8pay picture-id-mode=15-bit mtu=1200 ! capsfilter name=caps";
-    } else {
-        description =
-            "audiotestsrc is-live=true wave=sine freq=440 volume=0.2 ! volume name=vol "
-            "! audioconvert ! audioresample ! audio/x-raw,rate=48000,channels=1 "
-            "! opusenc name=enc bitrate=32000 frame-size=20 ! rtpopuspay ! capsfilter name=caps";
-    }
-    GError* error = nullptr;
-    GstElement* bin = gst_parse_bin_from_description(description.c_str(), TRUE, &error);
-    if (!bin) {
-        RTCLogEx(RTCLoggingSeverityError,
-                 std::string("Send branch could not be made: ") + (error ? error->message : "?"));
+        GError* error = nullptr;
+        bin = gst_parse_bin_from_description(description.c_str(), TRUE, &error);
+        if (!bin) {
+            RTCLogEx(RTCLoggingSeverityError, std::string("Send branch could not be made: ") +
+                                                  (error ? error->message : "?"));
+        }
         g_clear_error(&error);
+    } else {
+        bin = makeAudioSendBin(rtpCaps(false, pt));
+    }
+    if (!bin) {
         gst_caps_unref(caps);
         return;
     }
-    g_clear_error(&error);
     GstElement* capsfilter = gst_bin_get_by_name(GST_BIN(bin), "caps");
     g_object_set(capsfilter, "caps", caps, nullptr);
     gst_object_unref(capsfilter);
@@ -348,24 +346,22 @@ void Impl::onPadAdded(GstPad* pad) {
     if (!transceiver) {
         return;
     }
-    std::string description =
-        media == "video"
-            ? "queue max-size-buffers=0 max-size-bytes=0 max-size-time=500000000 "
-              "! rtpvp8depay request-keyframe=true wait-for-keyframe=true ! vp8dec ! videoconvert "
-              "! video/x-raw,format=I420 ! appsink name=sink sync=false max-buffers=2 drop=true"
-            : "queue ! rtpopusdepay ! opusdec ! audioconvert ! fakesink name=sink sync=false "
-              "async=false";
-    GError* error = nullptr;
-    GstElement* bin = gst_parse_bin_from_description(description.c_str(), TRUE, &error);
-    if (!bin) {
-        RTCLogEx(RTCLoggingSeverityError, std::string("Receive branch could not be made: ") +
-                                              (error ? error->message : "?"));
-        g_clear_error(&error);
-        return;
-    }
-    g_clear_error(&error);
-    GstElement* sink = gst_bin_get_by_name(GST_BIN(bin), "sink");
+    GstElement* bin = nullptr;
     if (media == "video") {
+        GError* error = nullptr;
+        bin = gst_parse_bin_from_description(
+            "queue max-size-buffers=0 max-size-bytes=0 max-size-time=500000000 "
+            "! rtpvp8depay request-keyframe=true wait-for-keyframe=true ! vp8dec ! videoconvert "
+            "! video/x-raw,format=I420 ! appsink name=sink sync=false max-buffers=2 drop=true",
+            TRUE, &error);
+        if (!bin) {
+            RTCLogEx(RTCLoggingSeverityError, std::string("Receive branch could not be made: ") +
+                                                  (error ? error->message : "?"));
+            g_clear_error(&error);
+            return;
+        }
+        g_clear_error(&error);
+        GstElement* sink = gst_bin_get_by_name(GST_BIN(bin), "sink");
         auto* data = new VideoSinkData{
             std::dynamic_pointer_cast<RTCGstVideoTrack>(transceiver->receiver()->track()),
             counters};
@@ -387,11 +383,10 @@ void Impl::onPadAdded(GstPad* pad) {
         };
         gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, data,
                                    [](gpointer user) { delete static_cast<VideoSinkData*>(user); });
-    } else if (GstPad* sinkPad = gst_element_get_static_pad(sink, "sink")) {
-        countPackets(sinkPad, counters, &RTCGstCounters::audioBuffers, false);
-        gst_object_unref(sinkPad);
+        gst_object_unref(sink);
+    } else {
+        bin = makeAudioReceiveBin();
     }
-    gst_object_unref(sink);
     // The first packet of this transceiver.
     gst_pad_add_probe(
         pad, GST_PAD_PROBE_TYPE_BUFFER,

@@ -8,95 +8,10 @@
 #include <thread>
 
 #include "Platform/RTC/RTCLogging.h"
+#include "RTCGstFrameTag.h"
 #include "RTCGstFrames.h"
+#include "RTCGstMediaSettings.h"
 #include "Utils/QXVCSafeCall.h"
-
-namespace {
-
-std::vector<RTCCaptureDeviceFormatPtr> testPatternFormats() {
-    std::vector<RTCCaptureDeviceFormatPtr> formats;
-    const std::pair<int, int> sizes[] = {{640, 480}, {1280, 720}, {1920, 1080}, {1920, 1440}};
-    for (auto [w, h] : sizes) {
-        for (FourCharCode code : {kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange,
-                                  kCVPixelFormatType_420YpCbCr8BiPlanarFullRange}) {
-            formats.push_back(std::make_shared<RTCCaptureDeviceFormat>(
-                w, h, code, std::vector<RTCFrameRateRange>{{1, 30}}));
-        }
-    }
-    return formats;
-}
-
-std::vector<RTCCaptureDevicePtr> v4l2Devices() {
-    std::vector<RTCCaptureDevicePtr> devices;
-    GstDeviceMonitor* monitor = gst_device_monitor_new();
-    GstCaps* filter = gst_caps_new_empty_simple("video/x-raw");
-    gst_device_monitor_add_filter(monitor, "Video/Source", filter);
-    gst_caps_unref(filter);
-    GList* list = gst_device_monitor_get_devices(monitor);
-    for (GList* item = list; item; item = item->next) {
-        auto* device = GST_DEVICE(item->data);
-        GstStructure* props = gst_device_get_properties(device);
-        const char* path = props ? gst_structure_get_string(props, "device.path") : nullptr;
-        if (!path) {
-            path = props ? gst_structure_get_string(props, "api.v4l2.path") : nullptr;
-        }
-        if (path) {
-            std::vector<RTCCaptureDeviceFormatPtr> formats;
-            GstCaps* caps = gst_device_get_caps(device);
-            for (guint i = 0; caps && i < gst_caps_get_size(caps); ++i) {
-                GstStructure* s = gst_caps_get_structure(caps, i);
-                int w = 0;
-                int h = 0;
-                if (!gst_structure_get_int(s, "width", &w) ||
-                    !gst_structure_get_int(s, "height", &h)) {
-                    continue;
-                }
-                double maxFps = 30;
-                int num = 0;
-                int den = 1;
-                if (gst_structure_get_fraction(s, "framerate", &num, &den) && den > 0) {
-                    maxFps = double(num) / den;
-                }
-                bool duplicate = std::any_of(formats.begin(), formats.end(), [&](const auto& f) {
-                    return f->width() == w && f->height() == h;
-                });
-                if (!duplicate) {
-                    formats.push_back(std::make_shared<RTCCaptureDeviceFormat>(
-                        w, h, kCVPixelFormatType_420YpCbCr8BiPlanarFullRange,
-                        std::vector<RTCFrameRateRange>{{1, maxFps}}));
-                }
-            }
-            if (caps) {
-                gst_caps_unref(caps);
-            }
-            gchar* name = gst_device_get_display_name(device);
-            devices.push_back(std::make_shared<RTCCaptureDevice>(
-                std::string("v4l2:") + path, name ? name : path, AVCaptureDevicePositionUnspecified,
-                std::move(formats)));
-            g_free(name);
-        }
-        if (props) {
-            gst_structure_free(props);
-        }
-    }
-    g_list_free_full(list, gst_object_unref);
-    gst_object_unref(monitor);
-    return devices;
-}
-
-}  // namespace
-
-std::vector<RTCCaptureDevicePtr> RTCGstCaptureDevices(bool includeV4L2) {
-    std::vector<RTCCaptureDevicePtr> devices =
-        includeV4L2 ? v4l2Devices() : std::vector<RTCCaptureDevicePtr>{};
-    devices.push_back(std::make_shared<RTCCaptureDevice>(kRTCGstFrontCameraId, "Front Test Camera",
-                                                         AVCaptureDevicePositionFront,
-                                                         testPatternFormats()));
-    devices.push_back(std::make_shared<RTCCaptureDevice>(kRTCGstBackCameraId, "Back Test Camera",
-                                                         AVCaptureDevicePositionBack,
-                                                         testPatternFormats()));
-    return devices;
-}
 
 void RTCGstCaptureSession::addPreviewRenderer(const RTCVideoRendererPtr& renderer) {
     if (!renderer) {
@@ -131,14 +46,130 @@ void RTCGstCaptureSession::deliver(const RTCVideoFramePtr& frame) {
     }
 }
 
-/// What the appsink callback reaches: the capturer, weakly.
-struct RTCGstCameraVideoCapturer::Sink {
-    std::weak_ptr<RTCGstCameraVideoCapturer> capturer;
+namespace {
+
+/// What a capture pipeline is made of.
+struct CaptureSource {
+    std::string description;  ///< ends in "appsink name=sink"
+    std::string fallback;     ///< tried when `description` cannot be made
+    std::string tag;          ///< test cameras: the label of their frame tags
+    bool file = false;
 };
 
+std::string rawCaps(const RTCCaptureDeviceFormat& format) {
+    return "video/x-raw,format=I420,width=" + std::to_string(format.width()) +
+           ",height=" + std::to_string(format.height());
+}
+
+CaptureSource sourceFor(const RTCCaptureDevice& device, const RTCCaptureDeviceFormat& format,
+                        int fps, const std::string& user) {
+    CaptureSource source;
+    const std::string& id = device.uniqueId();
+    const std::string rate = std::to_string(fps) + "/1";
+    const std::string sink = " ! appsink name=sink max-buffers=2 drop=true";
+    if (id == kRTCGstFrontCameraId || id == kRTCGstBackCameraId) {
+        const bool front = id == kRTCGstFrontCameraId;
+        source.tag = (user.empty() ? "" : user + " - ") + (front ? "front" : "back");
+        const std::string pattern =
+            front ? "pattern=smpte" : "pattern=ball background-color=0xff203060";
+        const std::string test = "videotestsrc is-live=true " + pattern +
+                                 " ! video/x-raw,width=" + std::to_string(format.width()) +
+                                 ",height=" + std::to_string(format.height()) +
+                                 ",framerate=" + rate;
+        // Text below the tag's rows (at most width/20 pixels high).
+        const int pad = format.width() / 20 + 8;
+        const int points = std::max(8, format.height() / 24);
+        const std::string overlays =
+            " ! textoverlay name=label valignment=top halignment=left shaded-background=true "
+            "ypad=" +
+            std::to_string(pad) + " font-desc=\"Sans Bold " + std::to_string(points) +
+            "\" ! clockoverlay valignment=bottom halignment=right shaded-background=true "
+            "time-format=\"%H:%M:%S\" font-desc=\"Sans " +
+            std::to_string(points) + "\"";
+        const std::string tail = " ! videoconvert ! " + rawCaps(format) + sink + " sync=false";
+        source.description = test + overlays + tail;
+        source.fallback = test + tail;
+    } else if (id.rfind(kRTCGstV4L2CameraPrefix, 0) == 0) {
+        const bool jpeg = format.mediaSubType() == kRTCGstPixelFormatMJPEG;
+        source.description =
+            "v4l2src name=src ! capsfilter name=camcaps ! " +
+            std::string(jpeg ? "jpegdec ! " : "") +
+            "videoconvert ! videoscale ! videorate drop-only=true max-rate=" + std::to_string(fps) +
+            " ! " + rawCaps(format) + sink + " sync=false";
+    } else if (id.rfind(kRTCGstFileCameraPrefix, 0) == 0) {
+        source.file = true;
+        source.description =
+            "filesrc name=src ! decodebin ! videoconvert ! videoscale add-borders=true ! "
+            "videorate ! " +
+            rawCaps(format) + ",pixel-aspect-ratio=1/1,framerate=" + rate + sink + " sync=true";
+    }
+    return source;
+}
+
+GstElement* makePipeline(const CaptureSource& source, std::string& error) {
+    for (const auto* description : {&source.description, &source.fallback}) {
+        if (description->empty()) {
+            continue;
+        }
+        GError* gerror = nullptr;
+        GstElement* pipeline = gst_parse_launch(description->c_str(), &gerror);
+        if (pipeline && !gerror) {
+            return pipeline;
+        }
+        error = gerror ? gerror->message : "the pipeline cannot be made";
+        g_clear_error(&gerror);
+        if (pipeline) {
+            gst_object_unref(gst_object_ref_sink(pipeline));
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+/// What the appsink callback reaches: the capturer, weakly, and the label of
+/// the frame tags to draw.
+struct RTCGstCameraVideoCapturer::Sink {
+    std::weak_ptr<RTCGstCameraVideoCapturer> capturer;
+    std::string tag;
+};
+
+namespace {
+
+/// What the capture bus reaches.
+struct BusContext {
+    std::weak_ptr<RTCGstCameraVideoCapturer> capturer;
+    std::shared_ptr<QXVCSerialQueue> queue;
+    GstElement* pipeline;  ///< identity only; compared under the capturer's lock
+    std::function<void(GstElement*)> rewind;
+    std::function<void(GstElement*, std::string)> report;
+};
+
+GstBusSyncReply onBusMessage(GstBus*, GstMessage* message, gpointer data) {
+    auto& context = *static_cast<BusContext*>(data);
+    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
+        context.queue->async(
+            [rewind = context.rewind, pipeline = context.pipeline] { rewind(pipeline); });
+    } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
+        GError* error = nullptr;
+        gst_message_parse_error(message, &error, nullptr);
+        std::string text = error ? error->message : "unknown error";
+        g_clear_error(&error);
+        context.queue->async([report = context.report, pipeline = context.pipeline, text] {
+            report(pipeline, text);
+        });
+    }
+    return GST_BUS_PASS;
+}
+
+}  // namespace
+
 RTCGstCameraVideoCapturer::RTCGstCameraVideoCapturer(
-    std::weak_ptr<RTCVideoCapturerDelegate> delegate)
-    : delegate_(std::move(delegate)), session_(std::make_shared<RTCGstCaptureSession>()) {}
+    std::weak_ptr<RTCVideoCapturerDelegate> delegate, std::shared_ptr<RTCGstMediaSettings> settings)
+    : delegate_(std::move(delegate)),
+      settings_(std::move(settings)),
+      queue_(QXVCSerialQueue::create("rtc.capture")),
+      session_(std::make_shared<RTCGstCaptureSession>()) {}
 
 RTCGstCameraVideoCapturer::~RTCGstCameraVideoCapturer() {
     stopPipeline();
@@ -166,43 +197,58 @@ void RTCGstCameraVideoCapturer::startCaptureWithDevice(const RTCCaptureDevicePtr
         fail(!device ? "no device" : !format ? "no format" : "frame rate below 1");
         return;
     }
-    std::string source;
-    if (device->uniqueId() == kRTCGstFrontCameraId) {
-        source = "videotestsrc is-live=true pattern=smpte";
-    } else if (device->uniqueId() == kRTCGstBackCameraId) {
-        source = "videotestsrc is-live=true pattern=ball background-color=0xff203060";
-    } else if (device->uniqueId().rfind("v4l2:", 0) == 0) {
-        source = "v4l2src device=" + device->uniqueId().substr(5) +
-                 " ! videoconvert ! videoscale ! videorate";
-    } else {
+    const auto options = settings_ ? settings_->options() : RTCGstMediaOptions{};
+    const CaptureSource source = sourceFor(*device, *format, fps, options.cameraLabel);
+    if (source.description.empty()) {
         fail("unknown device " + device->uniqueId());
         return;
     }
-    std::string description =
-        source + " ! video/x-raw,format=I420,width=" + std::to_string(format->width()) +
-        ",height=" + std::to_string(format->height()) + ",framerate=" + std::to_string(fps) +
-        "/1 ! appsink name=sink sync=false max-buffers=2 drop=true";
-    GError* error = nullptr;
-    GstElement* pipeline = gst_parse_launch(description.c_str(), &error);
+    std::string error;
+    auto pipeline = rtcgst::adopt(makePipeline(source, error));
     if (!pipeline) {
-        std::string text = error ? error->message : "pipeline";
-        g_clear_error(&error);
-        fail(text);
+        fail(error);
         return;
     }
-    g_clear_error(&error);
+    const std::string& id = device->uniqueId();
+    if (rtcgst::Owned<GstElement> src{gst_bin_get_by_name(GST_BIN(pipeline.get()), "src")}) {
+        const bool v4l2 = id.rfind(kRTCGstV4L2CameraPrefix, 0) == 0;
+        const size_t prefix =
+            std::string(v4l2 ? kRTCGstV4L2CameraPrefix : kRTCGstFileCameraPrefix).size();
+        g_object_set(src.get(), v4l2 ? "device" : "location", id.substr(prefix).c_str(), nullptr);
+    }
+    if (rtcgst::Owned<GstElement> caps{gst_bin_get_by_name(GST_BIN(pipeline.get()), "camcaps")}) {
+        rtcgst::OwnedCaps wanted(gst_caps_from_string(
+            (RTCGstCaptureCapsName(format->mediaSubType()) + ",width=" +
+             std::to_string(format->width()) + ",height=" + std::to_string(format->height()))
+                .c_str()));
+        g_object_set(caps.get(), "caps", wanted.get(), nullptr);
+    }
+    if (rtcgst::Owned<GstElement> label{gst_bin_get_by_name(GST_BIN(pipeline.get()), "label")}) {
+        g_object_set(label.get(), "text", source.tag.c_str(), nullptr);
+    }
     stopPipeline();  // switching devices or formats in place
-    auto* sink = new Sink{weak_from_this()};
-    GstElement* appsink = gst_bin_get_by_name(GST_BIN(pipeline), "sink");
+
+    auto sink = std::make_unique<Sink>();
+    sink->capturer = weak_from_this();
+    sink->tag = source.tag;
+    rtcgst::Owned<GstElement> appsink(gst_bin_get_by_name(GST_BIN(pipeline.get()), "sink"));
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = [](GstAppSink* s, gpointer data) -> GstFlowReturn {
         GstSample* sample = gst_app_sink_pull_sample(s);
         if (!sample) {
             return GST_FLOW_OK;
         }
-        auto frame = rtcgst::frameFromSample(sample);
+        const auto& context = *static_cast<Sink*>(data);
+        auto frame = rtcgst::frameFromSample(
+            sample,
+            context.tag.empty()
+                ? nullptr
+                : std::function<void(uint8_t*, int, int)>([&](uint8_t* i420, int width,
+                                                              int height) {
+                      RTCGstDrawFrameTag(i420, width, height, {RTCGstWallClockMs(), context.tag});
+                  }));
         gst_sample_unref(sample);
-        if (auto capturer = static_cast<Sink*>(data)->capturer.lock(); capturer && frame) {
+        if (auto capturer = context.capturer.lock(); capturer && frame) {
             capturer->onFrame(frame);
             if (capturer.use_count() == 1) {
                 // The last owner let go meanwhile: stopping the pipeline from its
@@ -212,20 +258,38 @@ void RTCGstCameraVideoCapturer::startCaptureWithDevice(const RTCCaptureDevicePtr
         }
         return GST_FLOW_OK;
     };
-    gst_app_sink_set_callbacks(GST_APP_SINK(appsink), &callbacks, sink, nullptr);
-    gst_object_unref(appsink);
-    bool ok = gst_element_set_state(pipeline, GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE;
-    if (!ok) {
-        gst_element_set_state(pipeline, GST_STATE_NULL);
-        gst_object_unref(pipeline);
-        delete sink;
+    gst_app_sink_set_callbacks(GST_APP_SINK(appsink.get()), &callbacks,
+                               rtcgst::giveToC(std::move(sink)), rtcgst::destroyFromC<Sink>);
+
+    auto bus = std::make_unique<BusContext>();
+    bus->queue = queue_;
+    bus->pipeline = pipeline.get();
+    std::weak_ptr<RTCGstCameraVideoCapturer> weak = weak_from_this();
+    bus->rewind = [weak](GstElement* which) {
+        if (auto self = weak.lock()) {
+            self->rewind(which);
+        }
+    };
+    bus->report = [weak, name = device->localizedName()](GstElement* which, std::string text) {
+        if (auto self = weak.lock()) {
+            self->report(which, "The camera " + name + " stopped: " + text);
+        }
+    };
+    rtcgst::Owned<GstBus> pipelineBus(gst_element_get_bus(pipeline.get()));
+    gst_bus_set_sync_handler(pipelineBus.get(), onBusMessage, rtcgst::giveToC(std::move(bus)),
+                             rtcgst::destroyFromC<BusContext>);
+
+    if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        gst_element_set_state(pipeline.get(), GST_STATE_NULL);
         fail("the camera pipeline did not start");
+        if (settings_) {
+            settings_->warn("The camera " + device->localizedName() + " cannot be opened.");
+        }
         return;
     }
     {
         std::lock_guard lock(mutex_);
-        pipeline_ = pipeline;
-        sink_ = sink;
+        pipeline_ = std::move(pipeline);
         device_ = device;
     }
     session_->setRunning(true);
@@ -243,22 +307,43 @@ void RTCGstCameraVideoCapturer::stopCaptureWithCompletionHandler(
 }
 
 void RTCGstCameraVideoCapturer::stopPipeline() {
-    GstElement* pipeline;
-    Sink* sink;
+    rtcgst::Owned<GstElement> pipeline;
     {
         std::lock_guard lock(mutex_);
-        pipeline = pipeline_;
-        sink = sink_;
-        pipeline_ = nullptr;
-        sink_ = nullptr;
+        pipeline = std::move(pipeline_);
         device_ = nullptr;
     }
     session_->setRunning(false);
     if (pipeline) {
-        gst_element_set_state(pipeline, GST_STATE_NULL);
-        gst_object_unref(pipeline);
+        gst_element_set_state(pipeline.get(), GST_STATE_NULL);
     }
-    delete sink;
+}
+
+void RTCGstCameraVideoCapturer::rewind(GstElement* which) {
+    rtcgst::Owned<GstElement> pipeline;
+    {
+        std::lock_guard lock(mutex_);
+        if (!pipeline_ || pipeline_.get() != which) {
+            return;
+        }
+        pipeline.reset(GST_ELEMENT(gst_object_ref(pipeline_.get())));
+    }
+    gst_element_seek_simple(pipeline.get(), GST_FORMAT_TIME,
+                            GstSeekFlags(GST_SEEK_FLAG_FLUSH | GST_SEEK_FLAG_KEY_UNIT), 0);
+}
+
+void RTCGstCameraVideoCapturer::report(GstElement* which, const std::string& text) {
+    {
+        std::lock_guard lock(mutex_);
+        if (!pipeline_ || pipeline_.get() != which) {
+            return;
+        }
+    }
+    if (settings_) {
+        settings_->warn(text);
+    } else {
+        RTCLogEx(RTCLoggingSeverityError, text);
+    }
 }
 
 void RTCGstCameraVideoCapturer::onFrame(const RTCVideoFramePtr& frame) {

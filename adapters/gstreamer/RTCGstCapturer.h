@@ -1,29 +1,26 @@
 // The camera capturer of the GStreamer engine.
 //
-// Cameras: every V4L2 camera GStreamer's device monitor finds (position
-// unspecified), then two built-in test-pattern cameras that always exist: a
-// front one (colour bars) and a back one (a moving ball), each with the formats
-// 640x480, 1280x720, 1920x1080 and 1920x1440 in '420v' and '420f' at 1-30 fps.
-// Frames are delivered as I420 to the delegate and to the capture session's
-// preview renderers, on the capture pipeline's streaming thread.
+// One capture pipeline at a time, for the device and format asked for: a V4L2
+// camera in the format it offers (decoded and converted to I420), a video file
+// played in a loop at its own pace, or a built-in test camera that draws its
+// label and a clock and tags every frame (RTCGstFrameTag.h). Frames go as I420
+// to the delegate and to the capture session's preview renderers, on the
+// capture pipeline's streaming thread. A camera that fails while capturing is
+// reported through the media settings' warnings.
 #pragma once
 
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
+#include "RTCGstCameraDevices.h"
+#include "RTCGstHandles.h"
+#include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCCameraVideoCapturer.h"
 
-typedef struct _GstElement GstElement;
-
-/// The built-in devices' ids.
-inline constexpr const char* kRTCGstFrontCameraId = "velmorin-test-camera-front";
-inline constexpr const char* kRTCGstBackCameraId = "velmorin-test-camera-back";
-
-/// The cameras: V4L2 ones first, then the two test-pattern cameras.
-std::vector<RTCCaptureDevicePtr> RTCGstCaptureDevices(bool includeV4L2);
-
+class RTCGstMediaSettings;
 class RTCGstCaptureSession final : public RTCCaptureSession {
   public:
     bool isRunning() const override { return running_.load(); }
@@ -43,7 +40,8 @@ class RTCGstCameraVideoCapturer final
     : public RTCCameraVideoCapturer,
       public std::enable_shared_from_this<RTCGstCameraVideoCapturer> {
   public:
-    explicit RTCGstCameraVideoCapturer(std::weak_ptr<RTCVideoCapturerDelegate> delegate);
+    RTCGstCameraVideoCapturer(std::weak_ptr<RTCVideoCapturerDelegate> delegate,
+                              std::shared_ptr<RTCGstMediaSettings> settings);
     ~RTCGstCameraVideoCapturer() override;
 
     std::weak_ptr<RTCVideoCapturerDelegate> delegate() const override { return delegate_; }
@@ -65,12 +63,17 @@ class RTCGstCameraVideoCapturer final
   private:
     void onFrame(const RTCVideoFramePtr& frame);
     void stopPipeline();
+    /// Restarts a file camera from its beginning (capture queue).
+    void rewind(GstElement* pipeline);
+    /// A camera that failed while capturing (capture queue).
+    void report(GstElement* pipeline, const std::string& text);
 
     std::weak_ptr<RTCVideoCapturerDelegate> delegate_;
+    std::shared_ptr<RTCGstMediaSettings> settings_;
+    std::shared_ptr<QXVCSerialQueue> queue_;
     std::shared_ptr<RTCGstCaptureSession> session_;
     mutable std::mutex mutex_;
-    GstElement* pipeline_ = nullptr;
-    Sink* sink_ = nullptr;
+    rtcgst::Owned<GstElement> pipeline_;
     RTCCaptureDevicePtr device_;
     std::atomic<uint64_t> frames_{0};
 };

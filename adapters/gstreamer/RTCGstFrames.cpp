@@ -10,7 +10,8 @@ int64_t monotonicNs() {
     return g_get_monotonic_time() * 1000;
 }
 
-RTCVideoFramePtr frameFromSample(GstSample* sample) {
+RTCVideoFramePtr frameFromSample(GstSample* sample,
+                                 const std::function<void(uint8_t*, int, int)>& edit) {
     GstCaps* caps = gst_sample_get_caps(sample);
     GstBuffer* buffer = gst_sample_get_buffer(sample);
     GstVideoInfo info;
@@ -38,6 +39,9 @@ RTCVideoFramePtr frameFromSample(GstSample* sample) {
         }
     }
     gst_video_frame_unmap(&vframe);
+    if (edit) {
+        edit(data.data(), width, height);
+    }
     return RTCVideoFrame::frameWithI420(width, height, std::move(data), RTCVideoRotation_0,
                                         monotonicNs());
 }

@@ -235,6 +235,7 @@ void RTCGstPeerConnection::offerForConstraints(
                 addTransceiverOfType(type)->setDirection(RTCRtpTransceiverDirectionRecvOnly);
             }
         }
+        impl_->decideVoiceProcessing(constraints);
         impl_->buildOfferBranches();
         impl_->syncDirections();
         createDescription(*impl_, queue_, RTCSdpTypeOffer, self, finish);
@@ -242,11 +243,12 @@ void RTCGstPeerConnection::offerForConstraints(
 }
 
 void RTCGstPeerConnection::answerForConstraints(
-    const RTCMediaConstraintsPtr& /*constraints*/,
+    const RTCMediaConstraintsPtr& constraints,
     RTCCreateSessionDescriptionCompletionHandler completion) {
     // Under Unified Plan the receive constraints do not shape an answer: what is
-    // received follows the offer and the transceivers' directions.
-    enqueue([this, self = shared_from_this(), completion](Done done) {
+    // received follows the offer and the transceivers' directions. The
+    // echo-cancellation constraint decides on the microphone's processing.
+    enqueue([this, self = shared_from_this(), constraints, completion](Done done) {
         auto finish = [completion, done](RTCSessionDescriptionPtr sdp, QXDErrorPtr error) {
             if (completion) {
                 qxvc::safeCall("answer completion", completion, sdp, error);
@@ -261,6 +263,7 @@ void RTCGstPeerConnection::answerForConstraints(
             finish(nullptr, rtcError("An answer needs a remote offer."));
             return;
         }
+        impl_->decideVoiceProcessing(constraints);
         impl_->syncDirections();
         createDescription(*impl_, queue_, RTCSdpTypeAnswer, self, finish);
     });

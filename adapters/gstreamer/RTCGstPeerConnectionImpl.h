@@ -6,9 +6,11 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "RTCGstHandles.h"
 #include "RTCGstPeerConnection.h"
 #include "RTCGstSdpUtils.h"
 
@@ -86,6 +88,13 @@ struct RTCGstPeerConnection::Impl {
     int sessionListener = 0;
     std::vector<GstElement*> dtlsDecoders;  // refs held, guarded by `mutex`
 
+    // Media ends (RTCGstAudioBranches.cpp). Guarded by `mutex`.
+    rtcgst::Owned<GstElement> echoProbe;  ///< for the receive branch, made ahead
+    rtcgst::Owned<GstElement> speaker;    ///< the playback sink, once receiving
+    rtcgst::Owned<GstElement> voiceDsp;   ///< webrtcdsp of the microphone
+    gulong voiceGate = 0;                 ///< blocks the microphone until decided
+    std::optional<bool> voiceProcessing;  ///< from the offer/answer constraints
+
     // Set-up and tear-down (RTCGstPipeline.cpp).
     bool setUp(const RTCConfiguration& configuration);
     /// Stops media and hands the pipeline to the signalling queue to be freed.
@@ -108,6 +117,19 @@ struct RTCGstPeerConnection::Impl {
     /// A send branch (track) or a bare webrtcbin transceiver (no track) for
     /// `branch` on media line `mline` with payload type `pt`.
     void buildBranch(RTCGstBranch& branch, int mline, int pt);
+
+    // Media ends (RTCGstAudioBranches.cpp).
+    /// Makes the echo probe the microphone's processor will use (setUp).
+    void prepareVoiceProcessing();
+    /// The microphone's send bin up to the payloader (`mutex` held).
+    GstElement* makeAudioSendBin(const std::string& rtpCaps);
+    /// The receive bin of decoded audio: playback, echo probe, recording.
+    GstElement* makeAudioReceiveBin();
+    /// The constraints of the offer or answer decide on voice processing;
+    /// the microphone flows from then on.
+    void decideVoiceProcessing(const RTCMediaConstraintsPtr& constraints);
+    /// Plays to the sink of the audio session's route.
+    void applyOutputRoute();
 
     // Connectivity (RTCGstConnectivity.cpp). Signalling queue only.
     void onIceCandidate(unsigned mline, const std::string& candidate);

@@ -226,6 +226,7 @@ bool Impl::setUp(const RTCConfiguration& configuration) {
             gst_object_unref(ice);
         }
     }
+    prepareVoiceProcessing();
     g_signal_connect(webrtc, "deep-element-added", G_CALLBACK(onDeepElementAdded), ref);
     g_signal_connect(webrtc, "on-ice-candidate", G_CALLBACK(onIceCandidateSignal), ref);
     g_signal_connect(webrtc, "notify::ice-connection-state", G_CALLBACK(onIceStateNotify), ref);
@@ -239,7 +240,10 @@ bool Impl::setUp(const RTCConfiguration& configuration) {
         return false;
     }
     sessionListener = pc.platform_->addAudioSessionListener([r = ref] {
-        post(r, [](RTCGstPeerConnection& owner) { owner.impl_->updateAudioMute(); });
+        post(r, [](RTCGstPeerConnection& owner) {
+            owner.impl_->updateAudioMute();
+            owner.impl_->applyOutputRoute();
+        });
     });
     return true;
 }
@@ -373,6 +377,9 @@ void Impl::tearDown() {
         }
         refs.insert(refs.end(), dtlsDecoders.begin(), dtlsDecoders.end());
         dtlsDecoders.clear();
+        echoProbe.reset();
+        speaker.reset();
+        voiceDsp.reset();
     }
     GstElement* pipe = pipeline;
     RTCGstRef* callbackRef = ref;

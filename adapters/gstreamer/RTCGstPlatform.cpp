@@ -7,6 +7,7 @@
 #include "RTCGstCapturer.h"
 #include "RTCGstCertificates.h"
 #include "RTCGstMedia.h"
+#include "RTCGstMediaSettings.h"
 #include "RTCGstPeerConnection.h"
 #include "Utils/QXVCSafeCall.h"
 
@@ -82,6 +83,7 @@ RTCGstPlatform::RTCGstPlatform(Options options)
       queue_(QXVCSerialQueue::create("rtc.signaling")),
       certificates_(std::make_unique<RTCGstCertificates>(options.readyCertificateKeys)),
       audioSession_(std::make_shared<RTCAudioSession>()),
+      media_(std::make_shared<RTCGstMediaSettings>(options.media)),
       listeners_(std::make_shared<Listeners>()) {
     audioSession_->setChangeHandler([weak = std::weak_ptr<Listeners>(listeners_)] {
         auto listeners = weak.lock();
@@ -122,15 +124,48 @@ std::vector<RTCVideoCodecInfoPtr> RTCGstPlatform::supportedVideoDecoderCodecs() 
 
 RTCCameraVideoCapturerPtr RTCGstPlatform::cameraVideoCapturer(
     const std::shared_ptr<RTCVideoCapturerDelegate>& delegate) {
-    return std::make_shared<RTCGstCameraVideoCapturer>(delegate);
+    return std::make_shared<RTCGstCameraVideoCapturer>(delegate, media_);
 }
 
 std::vector<RTCCaptureDevicePtr> RTCGstPlatform::captureDevices() {
     std::lock_guard lock(mutex_);
-    if (devices_.empty()) {
-        devices_ = RTCGstCaptureDevices(options_.includeV4L2Cameras);
+    const uint64_t generation = media_->generation();
+    if (devices_.empty() || devicesGeneration_ != generation) {
+        devices_ = RTCGstCaptureDevices(
+            options_.includeV4L2Cameras, media_->options(),
+            [media = media_](const std::string& warning) { media->warn(warning); });
+        devicesGeneration_ = generation;
     }
     return devices_;
+}
+
+namespace {
+
+std::vector<RTCAudioDevicePtr> audioDevices(const std::vector<RTCGstAudioEndpoint>& endpoints) {
+    std::vector<RTCAudioDevicePtr> devices;
+    for (const auto& endpoint : endpoints) {
+        devices.push_back(std::make_shared<RTCAudioDevice>(endpoint.name, endpoint.description,
+                                                           endpoint.isDefault));
+    }
+    return devices;
+}
+
+}  // namespace
+
+std::vector<RTCAudioDevicePtr> RTCGstPlatform::audioInputDevices() {
+    return audioDevices(media_->audioDevices().rescan().sources);
+}
+
+std::vector<RTCAudioDevicePtr> RTCGstPlatform::audioOutputDevices() {
+    return audioDevices(media_->audioDevices().rescan().sinks);
+}
+
+RTCGstMediaOptions RTCGstPlatform::mediaOptions() const {
+    return media_->options();
+}
+
+void RTCGstPlatform::setMediaOptions(RTCGstMediaOptions media) {
+    media_->setOptions(std::move(media));
 }
 
 RTCCertificatePtr RTCGstPlatform::generateCertificate(RTCKeyType keyType, int64_t expiresMs) {

@@ -19,9 +19,10 @@
 //  - the DTLS certificate the peer presents is checked against the remote
 //    description's fingerprint; a mismatch fails the connection.
 //
-// Audio: the microphone is a test tone (no capture device is opened); remote
-// audio is decoded and counted but not played out, so the output route only
-// changes state.
+// Media ends are real devices (RTCGstMediaOptions.h): the microphone from the
+// sound server (or a file, or a test tone), with echo cancellation, noise
+// suppression and gain control; received audio played to the sink of the audio
+// session's route; V4L2 cameras, video files or the labelled test cameras.
 #pragma once
 
 #include <functional>
@@ -29,10 +30,12 @@
 #include <mutex>
 #include <vector>
 
+#include "RTCGstMediaOptions.h"
 #include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCPlatform.h"
 
 class RTCGstCertificates;
+class RTCGstMediaSettings;
 
 class RTCGstPlatform final : public RTCPlatform,
                              public std::enable_shared_from_this<RTCGstPlatform> {
@@ -49,6 +52,8 @@ class RTCGstPlatform final : public RTCPlatform,
         bool includeV4L2Cameras = true;
         /// RSA keys kept ready in the background.
         size_t readyCertificateKeys = 2;
+        /// Microphone, playback, recording, voice processing and cameras.
+        RTCGstMediaOptions media;
     };
 
     /// Initializes GStreamer once per process. nullptr when webrtcbin, VP8 or
@@ -65,12 +70,21 @@ class RTCGstPlatform final : public RTCPlatform,
     RTCCameraVideoCapturerPtr cameraVideoCapturer(
         const std::shared_ptr<RTCVideoCapturerDelegate>& delegate) override;
     std::vector<RTCCaptureDevicePtr> captureDevices() override;
+    /// Sound-server (or ALSA) sources and sinks, scanned now; their ids are
+    /// what RTCGstMediaOptions' microphone and sinks take.
+    std::vector<RTCAudioDevicePtr> audioInputDevices() override;
+    std::vector<RTCAudioDevicePtr> audioOutputDevices() override;
     RTCAudioSessionPtr audioSession() override { return audioSession_; }
     RTCCertificatePtr generateCertificate(RTCKeyType keyType, int64_t expiresMs) override;
     bool isProximityMonitoringEnabled() const override;
     void setProximityMonitoringEnabled(bool enabled) override;
 
     const Options& options() const { return options_; }
+    /// The media choices now in force; setMediaOptions applies to the next call
+    /// (and to the camera list at once).
+    RTCGstMediaOptions mediaOptions() const;
+    void setMediaOptions(RTCGstMediaOptions media);
+    const std::shared_ptr<RTCGstMediaSettings>& mediaSettings() const { return media_; }
     const std::shared_ptr<QXVCSerialQueue>& signalingQueue() const { return queue_; }
     /// Listeners of audio-session changes (active flag, route).
     int addAudioSessionListener(std::function<void()> listener);
@@ -85,7 +99,9 @@ class RTCGstPlatform final : public RTCPlatform,
     RTCAudioSessionPtr audioSession_;
     mutable std::mutex mutex_;
     bool proximity_ = false;
+    std::shared_ptr<RTCGstMediaSettings> media_;
     std::vector<RTCCaptureDevicePtr> devices_;
+    uint64_t devicesGeneration_ = 0;
     struct Listeners;
     std::shared_ptr<Listeners> listeners_;
 };

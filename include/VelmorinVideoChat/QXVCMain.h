@@ -35,6 +35,7 @@ class RTCPeerConnectionFactory;
 class RTCVideoSource;
 class RTCCameraVideoCapturer;
 class RTCCaptureDevice;
+class RTCAudioDevice;
 class QXVCCallDelegate;
 class QXVCCallMessage;
 class QXVCSignalMessage;
@@ -152,6 +153,10 @@ class QXVCMain {
     static std::shared_ptr<RTCVideoSource> getVideoSource();
     static std::shared_ptr<RTCCameraVideoCapturer> getCameraVideoCapturer();
     static std::vector<std::shared_ptr<RTCCaptureDevice>> getCameraDeviceList();
+    /// The microphones and the loudspeakers of the installed engine (empty
+    /// without one). Which of them a call uses is the engine's setting.
+    static std::vector<std::shared_ptr<RTCAudioDevice>> getAudioInputDeviceList();
+    static std::vector<std::shared_ptr<RTCAudioDevice>> getAudioOutputDeviceList();
 
     // ---- Calls ---------------------------------------------------------------
     //

@@ -21,6 +21,7 @@
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDTypes.h"
 #include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCAudioDevice.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCAudioSession.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCAudioSessionConfiguration.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCAudioTrack.h"

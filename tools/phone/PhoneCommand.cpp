@@ -22,9 +22,9 @@ const std::vector<std::string>& phoneEventNames() {
 namespace {
 
 bool isNoArgCommand(const std::string& name) {
-    static const char* const kNames[] = {"accept",     "decline",     "end",      "mute",
-                                         "unmute",     "video-off",   "video-on", "switch-camera",
-                                         "speaker-on", "speaker-off", "stats",    "quit"};
+    static const char* const kNames[] = {
+        "accept",        "decline",    "end",         "mute",  "unmute", "video-off", "video-on",
+        "switch-camera", "speaker-on", "speaker-off", "stats", "quit",   "devices"};
     return std::any_of(std::begin(kNames), std::end(kNames),
                        [&](const char* known) { return name == known; });
 }

@@ -55,6 +55,10 @@ bool PhoneController::run(const PhoneCommand& command, std::string& error) {
         printStats();
         return true;
     }
+    if (name == "devices") {
+        printDevices();
+        return true;
+    }
     if (name == "quit") {
         quit_ = true;
         return true;
@@ -149,7 +153,7 @@ bool PhoneController::waitForFrames(long count, double seconds, std::string& err
 }
 
 bool PhoneController::snapshot(const std::string& file, std::string& error) {
-    std::shared_ptr<QXVCRemoteVideoView> view;
+    std::shared_ptr<PhoneRemoteView> view;
     std::string path;
     {
         std::lock_guard lock(mutex_);
@@ -168,6 +172,7 @@ bool PhoneController::snapshot(const std::string& file, std::string& error) {
         error = "no remote frame to write yet";
         return false;
     }
+    const auto tag = view->latestTag();
     if (!view->writeLatestFrameToPNG(path)) {
         error = "cannot write " + path;
         return false;
@@ -177,13 +182,14 @@ bool PhoneController::snapshot(const std::string& file, std::string& error) {
     const auto size = view->videoSize();
     log_->stamped("SNAPSHOT", "file=" + path + " bytes=" + std::to_string(bytes) +
                                   " width=" + std::to_string(static_cast<long>(size.width)) +
-                                  " height=" + std::to_string(static_cast<long>(size.height)));
+                                  " height=" + std::to_string(static_cast<long>(size.height)) +
+                                  " " + phoneLabelFields(tag ? tag->label : ""));
     return true;
 }
 
 void PhoneController::printStats() {
     auto call = currentCall();
-    std::shared_ptr<QXVCRemoteVideoView> remote;
+    std::shared_ptr<PhoneRemoteView> remote;
     std::shared_ptr<QXVCLocalVideoView> local;
     {
         std::lock_guard lock(mutex_);
@@ -192,6 +198,7 @@ void PhoneController::printStats() {
     }
     const auto id = call ? call->callId() : std::string();
     const auto size = remote ? remote->videoSize() : CGSize{};
+    const auto delay = remote ? remote->medianDelayMs() : std::nullopt;
     // What the transport carried so far, from the engine (zeros without a call).
     RTCStatisticsReport counters;
     auto active = QXVCMain::getActiveCall();
@@ -217,5 +224,16 @@ void PhoneController::printStats() {
                       " videoBytesReceived=" + std::to_string(counters.video.bytesReceived) +
                       " audioBytesSent=" + std::to_string(counters.audio.bytesSent) +
                       " audioBytesReceived=" + std::to_string(counters.audio.bytesReceived) +
-                      " countersUs=" + std::to_string(counters.timestampUs));
+                      " countersUs=" + std::to_string(counters.timestampUs) + " " +
+                      phoneLabelFields(remote ? remote->latestLabel() : "") +
+                      " videoDelayMs=" + (delay ? std::to_string(*delay) : std::string("-")));
+}
+
+void PhoneController::printDevices() {
+    if (!media_.devices) {
+        return;
+    }
+    for (const auto& line : media_.devices()) {
+        log_->stamped("DEVICE", line);
+    }
 }

@@ -1,5 +1,6 @@
 #include "PhoneController.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "VelmorinVideoChat/Call/QXVCCallOptions.h"
@@ -20,11 +21,25 @@ std::string endFields(const QXVCCallPtr& call) {
            " ender=" + call->enderId().value_or("-");
 }
 
+std::string orDash(const std::string& text) {
+    return text.empty() ? "-" : text;
+}
+
 std::string errorField(const QXDErrorPtr& error) {
     return error ? "error=" + std::to_string(error->code()) : "error=0";
 }
 
 }  // namespace
+
+std::string phoneLabelFields(const std::string& label) {
+    const auto dash = label.find(" - ");
+    std::string user = dash == std::string::npos ? "" : label.substr(0, dash);
+    std::string camera = dash == std::string::npos ? label : label.substr(dash + 3);
+    for (auto* part : {&user, &camera}) {
+        std::replace(part->begin(), part->end(), ' ', '_');  // one field each
+    }
+    return "remoteUser=" + orDash(user) + " remoteCamera=" + orDash(camera);
+}
 
 std::shared_ptr<PhoneController> PhoneController::create(PhoneOptions options,
                                                          std::shared_ptr<PhoneEventLog> log) {
@@ -82,6 +97,7 @@ void PhoneController::install() {
     chatDelegate_->didReceiveAcceptCall = on("didReceiveAcceptCall");
     chatDelegate_->didReceiveEndCall = [weak](const QXVCCallPtr& call) {
         if (auto self = weak.lock()) {
+            self->callEnded();
             self->onEvent("didReceiveEndCall", call, endFields(call));
         }
     };
@@ -99,10 +115,18 @@ void PhoneController::install() {
     chatDelegate_->didSendEndCall = [weak](const QXVCCallPtr& call,
                                            const QXDUserMessagePtr& message) {
         if (auto self = weak.lock()) {
+            self->callEnded();
             self->onEvent("didSendEndCall", call, endFields(call) + " " + messageField(message));
         }
     };
-    chatDelegate_->didOpenCall = on("didOpenCall");
+    chatDelegate_->didOpenCall = [weak](const QXVCCallPtr& call) {
+        if (auto self = weak.lock()) {
+            self->onEvent("didOpenCall", call);
+            if (self->options_.window && self->media_.showCall && call) {
+                self->media_.showCall(call);
+            }
+        }
+    };
     chatDelegate_->didDropCall = on("didDropCall");
     chatDelegate_->didReopenCall = on("didReopenCall");
     QXVCMain::addVideoChatDelegate(chatDelegate_, "qxvc-phone");
@@ -121,7 +145,14 @@ void PhoneController::install() {
     frameWatch_ = std::thread([this] { watchFrames(); });
 }
 
+void PhoneController::callEnded() {
+    if (media_.hideCall) {
+        media_.hideCall();
+    }
+}
+
 void PhoneController::shutdown() {
+    callEnded();
     stopping_ = true;
     if (frameWatch_.joinable()) {
         frameWatch_.join();
@@ -167,7 +198,7 @@ std::string PhoneController::opponentFlags(const QXVCCallPtr& call) const {
 QXVCCallOptionsPtr PhoneController::makeCallOptions(bool audioOnly) {
     auto options = QXVCCallOptions::initWithChannelUrl(options_.channel);
     auto local = QXVCLocalVideoView::create();
-    auto remote = QXVCRemoteVideoView::create();
+    auto remote = std::make_shared<PhoneRemoteView>(media_.readTag, media_.wallClockMs);
     options->setLocalVideoView(local);
     options->setRemoteVideoView(remote);
     options->setVideoEnabled(!audioOnly);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -15,11 +16,27 @@
 #include "PhoneCommand.h"
 #include "PhoneEventLog.h"
 #include "PhoneOptions.h"
+#include "PhoneRemoteView.h"
 #include "VelmorinVideoChat/Call/QXVCCall.h"
 #include "VelmorinVideoChat/Delegates/QXVCVideoChatDelegate.h"
 #include "VelmorinVideoChat/Delegates/QXVCVideoViewDelegate.h"
 #include "VelmorinVideoChat/View/QXVCLocalVideoView.h"
 #include "VelmorinVideoChat/View/QXVCRemoteVideoView.h"
+
+/// What the phone needs from the media engine, which the controller itself
+/// does not know.
+struct PhoneMedia {
+    PhoneTagReader readTag;
+    std::function<int64_t()> wallClockMs;
+    /// --window: shows the call's pictures from its opening to its end.
+    std::function<void(const QXVCCallPtr& call)> showCall;
+    std::function<void()> hideCall;
+    /// One line per camera, microphone and speaker.
+    std::function<std::vector<std::string>()> devices;
+};
+
+/// "remoteUser=alice remoteCamera=front" from a tag label "alice - front".
+std::string phoneLabelFields(const std::string& label);
 
 class PhoneController : public std::enable_shared_from_this<PhoneController> {
   public:
@@ -29,6 +46,8 @@ class PhoneController : public std::enable_shared_from_this<PhoneController> {
     PhoneController(const PhoneController&) = delete;
     PhoneController& operator=(const PhoneController&) = delete;
 
+    /// Before install(): the engine's side of the phone.
+    void setMedia(PhoneMedia media) { media_ = std::move(media); }
     /// Registers the delegates with QXVCMain and starts watching for remote frames.
     void install();
     /// Stops the frame watch and unregisters the delegates.
@@ -60,9 +79,12 @@ class PhoneController : public std::enable_shared_from_this<PhoneController> {
     bool waitForFrames(long count, double seconds, std::string& error);
     bool snapshot(const std::string& file, std::string& error);
     void printStats();
+    void printDevices();
+    void callEnded();
 
     const PhoneOptions options_;
     const std::shared_ptr<PhoneEventLog> log_;
+    PhoneMedia media_;
     QXVCVideoChatDelegatePtr chatDelegate_;
     QXVCVideoViewDelegatePtr viewDelegate_;
 
@@ -70,7 +92,7 @@ class PhoneController : public std::enable_shared_from_this<PhoneController> {
     QXVCCallPtr current_;
     QXVCCallOptionsPtr currentOptions_;
     std::shared_ptr<QXVCLocalVideoView> localView_;
-    std::shared_ptr<QXVCRemoteVideoView> remoteView_;
+    std::shared_ptr<PhoneRemoteView> remoteView_;
     bool acceptFromPush_ = false;
     int snapshots_ = 0;
 

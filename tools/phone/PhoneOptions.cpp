@@ -43,9 +43,20 @@ std::string phoneUsage() {
            "                                then accept (default: handle)\n"
            "  --start-call-timeout N        seconds, 30..60 (default 30)\n"
            "  --log-level N                 library log level (1112017 prints its diagnostics)\n"
+           "  --mic DEVICE|FILE|tone        microphone: a sound-server source, an audio file\n"
+           "                                (looped) or a test tone (default: the default source)\n"
+           "  --speaker SINK                where received audio plays (default: the default "
+           "sink)\n"
+           "  --camera DEVICE|FILE|front|back  the front camera: a V4L2 device, a video file\n"
+           "                                (looped) or a test camera (default: the first V4L2\n"
+           "                                camera, else the front test camera)\n"
+           "  --record-audio FILE           also write received audio to a WAV file\n"
+           "  --echo-cancellation on|off    voice processing of the microphone (default on)\n"
+           "  --window                      show the call's video in an X11 window\n"
+           "  --list-devices                print cameras, microphones and speakers, and leave\n"
            "commands: call video|audio, accept, decline, end, mute, unmute, video-off,\n"
            "  video-on, switch-camera, speaker-on, speaker-off, wait EVENT [SECONDS],\n"
-           "  wait-frames N [SECONDS], sleep SECONDS, snapshot [FILE], stats, quit\n";
+           "  wait-frames N [SECONDS], sleep SECONDS, snapshot [FILE], stats, devices, quit\n";
 }
 
 namespace {
@@ -88,11 +99,20 @@ PhoneOptionsResult parsePhoneOptions(const std::vector<std::string>& args) {
             options.autoAcceptSimultaneous = true;
             continue;
         }
+        if (flag == "--window") {
+            options.window = true;
+            continue;
+        }
+        if (flag == "--list-devices") {
+            options.listDevices = true;
+            continue;
+        }
         static const char* const kWithValue[] = {
-            "--server",    "--user",      "--token",
-            "--channel",   "--script",    "--snapshot-dir",
-            "--push-file", "--push-mode", "--start-call-timeout",
-            "--log-level"};
+            "--server",    "--user",         "--token",
+            "--channel",   "--script",       "--snapshot-dir",
+            "--push-file", "--push-mode",    "--start-call-timeout",
+            "--log-level", "--mic",          "--speaker",
+            "--camera",    "--record-audio", "--echo-cancellation"};
         bool known = false;
         for (const char* name : kWithValue) {
             known = known || flag == name;
@@ -143,7 +163,24 @@ PhoneOptionsResult parsePhoneOptions(const std::vector<std::string>& args) {
                 return fail("--log-level wants an integer, got '" + value + "'");
             }
             options.logLevel = *level;
+        } else if (flag == "--mic") {
+            options.microphone = value;
+        } else if (flag == "--speaker") {
+            options.speaker = value;
+        } else if (flag == "--camera") {
+            options.camera = value;
+        } else if (flag == "--record-audio") {
+            options.recordAudio = value;
+        } else if (flag == "--echo-cancellation") {
+            if (value != "on" && value != "off") {
+                return fail("--echo-cancellation wants on or off, got '" + value + "'");
+            }
+            options.echoCancellation = value == "on";
         }
+    }
+    if (options.listDevices) {
+        result.options = std::move(options);
+        return result;
     }
     if (!haveServer) {
         return fail("--server HOST:PORT is required");

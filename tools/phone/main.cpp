@@ -13,6 +13,7 @@
 
 #include "PhoneCommand.h"
 #include "PhoneController.h"
+#include "PhoneEngine.h"
 #include "PhoneEventLog.h"
 #include "PhoneOptions.h"
 #include "RTCGstPlatform.h"
@@ -111,12 +112,19 @@ int main(int argc, char** argv) {
     }
 
     auto log = std::make_shared<PhoneEventLog>(stdout);
-    auto engine = RTCGstPlatform::create();
+    auto engine = makePhoneEngine(options, log);
     if (!engine) {
         std::fprintf(stderr, "qxvc-phone: GStreamer lacks webrtcbin, VP8 or Opus elements\n");
         finish(1);
     }
     RTCPlatform::install(engine);
+    auto media = makePhoneMedia(engine, log);
+    if (options.listDevices) {
+        for (const auto& line : media.devices()) {
+            log->stamped("DEVICE", line);
+        }
+        finish(0);
+    }
     QXVCMain::setLogLevel(options.logLevel);
     if (options.startCallTimeout > 0) {
         QXVCMain::setStartCallTimeout(options.startCallTimeout);
@@ -124,6 +132,7 @@ int main(int argc, char** argv) {
     QXVCMain::setAutoAcceptSimultaneousStartCall(options.autoAcceptSimultaneous);
 
     auto controller = PhoneController::create(options, log);
+    controller->setMedia(std::move(media));
     QXDWebSocketChatClient::Options chatOptions;
     chatOptions.host = options.host;
     chatOptions.port = options.port;

@@ -24,6 +24,25 @@ std::unique_ptr<ChildProcess> ChildProcess::start(Setup setup, std::string& erro
         argv.push_back(arg.data());
     }
     argv.push_back(nullptr);
+    // The child's environment, made before fork: only exec runs after it.
+    std::vector<std::string> environment;
+    for (char** entry = environ; *entry; ++entry) {
+        const std::string text = *entry;
+        const auto name = text.substr(0, text.find('=') + 1);
+        bool replaced = false;
+        for (const auto& extra : setup.environment) {
+            replaced = replaced || extra.rfind(name, 0) == 0;
+        }
+        if (!replaced) {
+            environment.push_back(text);
+        }
+    }
+    environment.insert(environment.end(), setup.environment.begin(), setup.environment.end());
+    std::vector<char*> envp;
+    for (auto& entry : environment) {
+        envp.push_back(entry.data());
+    }
+    envp.push_back(nullptr);
 
     int out[2] = {-1, -1};
     int in[2] = {-1, -1};
@@ -58,7 +77,7 @@ std::unique_ptr<ChildProcess> ChildProcess::start(Setup setup, std::string& erro
         dup2(setup.pipeStdin ? in[0] : nullFd, 0);
         dup2(out[1], 1);
         dup2(logFd >= 0 ? logFd : nullFd, 2);
-        execvp(argv[0], argv.data());
+        execvpe(argv[0], argv.data(), envp.data());
         const char message[] = "exec failed\n";
         ssize_t ignored = write(2, message, sizeof message - 1);
         (void)ignored;

@@ -21,6 +21,8 @@ class ChildProcess {
         std::vector<std::string> argv;  ///< argv[0] is the program (searched on PATH)
         std::string logPath;            ///< stdout and stderr are copied here
         bool pipeStdin = false;
+        /// "NAME=value" entries added to (or replacing in) the inherited environment.
+        std::vector<std::string> environment;
         /// Called with each stdout line, on the reader thread.
         std::function<void(const std::string&)> onLine;
     };

@@ -2,6 +2,7 @@
 
 #include <openssl/rand.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -23,7 +24,10 @@ std::string randomToken() {
 }  // namespace
 
 LocalCallStack::LocalCallStack(std::string workDir)
-    : workDir_(std::move(workDir)), turn_(workDir_) {}
+    : workDir_(std::move(workDir)),
+      turn_(workDir_),
+      sound_(workDir_, {"alice", "bob"}),
+      display_(workDir_) {}
 
 LocalCallStack::~LocalCallStack() {
     stop();
@@ -38,6 +42,11 @@ bool LocalCallStack::start(std::string& error) {
     }
     if (!turn_.start(error)) {
         error = "coturn: " + error;
+        return false;
+    }
+    if (!sound_.start(error)) {
+        error = "sound server: " + error;
+        stop();
         return false;
     }
     ChatServerProcess::Config config;
@@ -58,6 +67,14 @@ void LocalCallStack::stop() {
         server_->stop();
     }
     turn_.stop();
+    sound_.stop();
+    display_.stop();
+    displayStarted_ = false;
+}
+
+bool LocalCallStack::startDisplay(std::string& error) {
+    displayStarted_ = displayStarted_ || display_.start(error);
+    return displayStarted_;
 }
 
 std::unique_ptr<PhoneProcess> LocalCallStack::startPhone(
@@ -74,7 +91,22 @@ std::unique_ptr<PhoneProcess> LocalCallStack::startPhone(
     setup.server = server_->address();
     setup.snapshotDir = snapshotDir();
     setup.logPath = workDir_ + "/phone-" + user + "-" + std::to_string(++phones_) + ".log";
-    setup.extraArgs = extraArgs;
+    // The user's devices of the private sound server, unless the test chose others.
+    auto chosen = [&](const char* flag) {
+        return std::find(extraArgs.begin(), extraArgs.end(), flag) != extraArgs.end();
+    };
+    const auto soundArgs = sound_.phoneArgs(user);
+    for (size_t i = 0; i + 1 < soundArgs.size(); i += 2) {
+        if (!chosen(soundArgs[i].c_str())) {
+            setup.extraArgs.insert(setup.extraArgs.end(), {soundArgs[i], soundArgs[i + 1]});
+        }
+    }
+    setup.extraArgs.insert(setup.extraArgs.end(), extraArgs.begin(), extraArgs.end());
+    setup.environment = sound_.clientEnvironment();
+    if (displayStarted_) {
+        const auto x = display_.clientEnvironment();
+        setup.environment.insert(setup.environment.end(), x.begin(), x.end());
+    }
     // For a closer look at a failing run: e.g. QXVC_PHONE_ARGS="--log-level 1112017".
     if (const char* more = std::getenv("QXVC_PHONE_ARGS"); more && *more) {
         std::istringstream words(more);

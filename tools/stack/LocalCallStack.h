@@ -1,7 +1,9 @@
 // Everything a call between two phones needs, on loopback: a coturn with a
 // fresh shared secret, the chat server with alice, bob and their private
-// channel, and phones started on demand. Every process it starts is stopped by
-// stop() and by the destructor.
+// channel, a private sound server with each user's speaker and microphone,
+// and phones started on demand (using those devices unless their flags say
+// otherwise). A headless X server starts when asked for. Every process it
+// starts is stopped by stop() and by the destructor.
 #pragma once
 
 #include <memory>
@@ -10,7 +12,9 @@
 
 #include "ChatServerProcess.h"
 #include "PhoneProcess.h"
+#include "SoundServerProcess.h"
 #include "TurnProcess.h"
+#include "XServerProcess.h"
 
 class LocalCallStack {
   public:
@@ -30,7 +34,12 @@ class LocalCallStack {
                                              std::string& error, bool wait = true,
                                              std::function<void(const PhoneLine&)> onLine = {});
 
+    /// Starts Xvfb; phones started afterwards get its DISPLAY.
+    bool startDisplay(std::string& error);
+
     TurnProcess& turn() { return turn_; }
+    SoundServerProcess& sound() { return sound_; }
+    XServerProcess& display() { return display_; }
     ChatServerProcess& server() { return *server_; }
     const std::string& workDir() const { return workDir_; }
     std::string snapshotDir() const { return workDir_ + "/snapshots"; }
@@ -38,6 +47,9 @@ class LocalCallStack {
   private:
     std::string workDir_;
     TurnProcess turn_;
+    SoundServerProcess sound_;
+    XServerProcess display_;
+    bool displayStarted_ = false;
     std::unique_ptr<ChatServerProcess> server_;
     int phones_ = 0;
 };

@@ -44,6 +44,7 @@ std::unique_ptr<PhoneProcess> PhoneProcess::launch(Setup setup, std::string& err
     }
     child.argv.insert(child.argv.end(), setup.extraArgs.begin(), setup.extraArgs.end());
     child.logPath = setup.logPath;
+    child.environment = setup.environment;
     child.pipeStdin = true;
     if (setup.onLine) {
         child.onLine = [onLine = setup.onLine](const std::string& text) {

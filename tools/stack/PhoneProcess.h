@@ -41,6 +41,8 @@ class PhoneProcess {
         std::string snapshotDir;
         std::string logPath;
         std::vector<std::string> extraArgs;
+        /// Added to the phone's environment ("NAME=value").
+        std::vector<std::string> environment;
         /// Called with each parsed line, on the reader thread (demo progress).
         std::function<void(const PhoneLine&)> onLine;
     };

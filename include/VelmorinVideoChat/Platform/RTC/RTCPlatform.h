@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "VelmorinVideoChat/Platform/RTC/RTCAudioDevice.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCAudioSession.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCCameraVideoCapturer.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCCertificate.h"
@@ -31,6 +32,10 @@ class RTCPlatform {
         const std::shared_ptr<RTCVideoCapturerDelegate>& delegate) = 0;
     /// The cameras, in a stable order.
     virtual std::vector<RTCCaptureDevicePtr> captureDevices() = 0;
+    /// The microphones and the loudspeakers as the engine finds them now, in
+    /// its order; empty when the engine offers no choice.
+    virtual std::vector<RTCAudioDevicePtr> audioInputDevices() { return {}; }
+    virtual std::vector<RTCAudioDevicePtr> audioOutputDevices() { return {}; }
     /// The one shared audio session.
     virtual RTCAudioSessionPtr audioSession() = 0;
     /// A new certificate, never one handed out before.
