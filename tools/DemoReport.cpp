@@ -41,7 +41,54 @@ void figure(const char* label, const std::optional<PhoneLine>& from,
 
 }  // namespace
 
-void printDemoReport(const DemoSide& caller, const DemoSide& callee, const SignallingAudit& audit) {
+namespace {
+
+void printSound(const DemoSide& caller, const DemoSide& callee, const DemoSound& sound) {
+    std::printf("\n== Sound and pictures (through the private sound server) ==\n");
+    for (const auto& speech : sound.speech) {
+        if (speech.match) {
+            std::printf("  %s -> %s: mouth to ear %4.0f ms, match of the speech %.2f\n",
+                        speech.from.c_str(), speech.to.c_str(), speech.match->lagMs,
+                        speech.match->correlation);
+        } else {
+            std::printf("  %s -> %s: n/a (the speech was not measured)\n", speech.from.c_str(),
+                        speech.to.c_str());
+        }
+    }
+    if (sound.echoAtMicrophoneDb && sound.echoReturnedDb) {
+        std::printf(
+            "  echo: %.1f dBFS of alice at bob's microphone, %.1f dBFS back at alice: "
+            "attenuated by %.1f dB\n",
+            *sound.echoAtMicrophoneDb, *sound.echoReturnedDb,
+            *sound.echoAtMicrophoneDb - *sound.echoReturnedDb);
+    } else {
+        std::printf("  echo: n/a (not measured)\n");
+    }
+    for (const auto* side : {&caller, &callee}) {
+        const auto* other = side == &caller ? &callee : &caller;
+        const std::string delay =
+            side->finalStats ? side->finalStats->field("videoDelayMs") : std::string();
+        std::printf("  glass to glass %s -> %s: %s\n", other->user.c_str(), side->user.c_str(),
+                    delay.empty() || delay == "-"
+                        ? "n/a (no tagged pictures)"
+                        : (delay + " ms (clock drawn in the frames)").c_str());
+    }
+    for (const auto& file : sound.recordings) {
+        std::printf("  received audio: %s\n", file.c_str());
+    }
+    for (const auto* side : {&caller, &callee}) {
+        for (const auto& shot : side->snapshots) {
+            std::printf("  %s sees %s's %s camera: %s\n", side->user.c_str(),
+                        shot.field("remoteUser").c_str(), shot.field("remoteCamera").c_str(),
+                        shot.field("file").c_str());
+        }
+    }
+}
+
+}  // namespace
+
+void printDemoReport(const DemoSide& caller, const DemoSide& callee, const DemoSound& sound,
+                     const SignallingAudit& audit) {
     std::printf("\n== Timeline (UTC, both phones) ==\n");
     struct Row {
         long ms;
@@ -126,6 +173,8 @@ void printDemoReport(const DemoSide& caller, const DemoSide& callee, const Signa
             rate("audioBytesReceived"));
     }
 
+    printSound(caller, callee, sound);
+
     std::printf("\n== Signalling (chat server database) ==\n");
     if (!audit.error.empty()) {
         std::printf("  %s\n", audit.error.c_str());
@@ -147,9 +196,5 @@ void printDemoReport(const DemoSide& caller, const DemoSide& callee, const Signa
                 audit.relayCandidates, audit.leaks.size());
     for (const auto& leak : audit.leaks) {
         std::printf("    LEAK %s\n", leak.c_str());
-    }
-    for (const auto* side : {&caller, &callee}) {
-        std::printf("  %s's remote view: %s\n", side->user.c_str(),
-                    side->snapshot.empty() ? "no PNG" : side->snapshot.c_str());
     }
 }

@@ -1,11 +1,15 @@
 // qxvc-demo: a whole video call between two phones on this machine. It starts
 // coturn on loopback with a fresh shared secret, the chat server with alice,
-// bob and their private channel, and two qxvc-phone processes; alice calls bob,
-// bob accepts, media flow, alice mutes and unmutes, bob turns his video off and
-// on, alice switches camera, alice ends. It then prints both phones' callbacks
-// on one timeline, the call's figures and the signalling the server stored, and
-// writes PNGs of both remote views. Exits non-zero when a step failed; stops
-// every process it started.
+// bob and their private channel, a private sound server, and two qxvc-phone
+// processes; alice calls bob, bob accepts, media flow, alice speaks to bob and
+// bob answers (bob's loudspeaker plays into the room his microphone hears, so
+// echo cancellation has work to do), alice mutes and unmutes, bob turns his
+// video off and on, alice switches camera, alice ends. It then prints both
+// phones' callbacks on one timeline, the call's figures, what the speech and
+// the pictures went through, and the signalling the server stored; it writes
+// each side's received audio as WAV and both remote views as PNGs, before and
+// after the camera switch. Exits non-zero when a step failed; stops every
+// process it started.
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -16,6 +20,7 @@
 
 #include "DemoReport.h"
 #include "LocalCallStack.h"
+#include "SpokenSentence.h"
 
 namespace {
 
@@ -55,6 +60,7 @@ class Demo {
 
     bool run();
     int failures() const { return failures_; }
+    const DemoSound& sound() const { return sound_; }
     LocalCallStack& stack() { return stack_; }
     std::unique_ptr<PhoneProcess> alice, bob;
 
@@ -80,10 +86,64 @@ class Demo {
         phone.send(command);
     }
 
+    /// Alice speaks to bob (twice, so that the canceller has adapted for the
+    /// echo figure), then bob answers.
+    bool converse();
+    /// Waits until `phone` receives pictures from the other side's `camera`.
+    bool seesCamera(PhoneProcess& phone, const std::string& camera);
+
     std::string out_;
     LocalCallStack stack_;
     int failures_ = 0;
+    DemoSound sound_;
 };
+
+bool Demo::converse() {
+    std::string error;
+    const std::string aliceSays = out_ + "/alice-says.wav";
+    const std::string bobSays = out_ + "/bob-says.wav";
+    if (!step("make the sentences: " + error,
+              makeSentence(aliceSays, "Hello Bob, this is Alice. Can you hear me well?", error) &&
+                  makeSentence(bobSays, "Hi Alice, I hear you loud and clear.", error))) {
+        return false;
+    }
+    progress("alice speaks to bob (bob's loudspeaker plays into his room)");
+    auto toBob =
+        speakAndRecord(stack_.sound(), "alice", {"bob_room.monitor", "alice_speaker.monitor"},
+                       aliceSays, out_ + "/alice-to-bob", 2, error);
+    DemoSound::Speech aliceToBob{"alice", "bob", std::nullopt};
+    if (step("alice's speech recorded: " + error, toBob.has_value())) {
+        const auto [begin, end] = toBob->speech;
+        aliceToBob.match = matchAudio(toBob->said, toBob->heard[0], begin, end);
+        // The second sentence, when the canceller has adapted.
+        const double half = (begin + end) / 2;
+        const double lag = aliceToBob.match->lagMs / 1000;
+        sound_.echoAtMicrophoneDb = levelDb(toBob->heard[0], half + lag, end + lag);
+        sound_.echoReturnedDb = levelDb(toBob->heard[1], half, end + 1.0);
+    }
+    sound_.speech.push_back(aliceToBob);
+    progress("bob answers");
+    auto toAlice = speakAndRecord(stack_.sound(), "bob", {"alice_speaker.monitor"}, bobSays,
+                                  out_ + "/bob-to-alice", 1, error);
+    DemoSound::Speech bobToAlice{"bob", "alice", std::nullopt};
+    if (step("bob's speech recorded: " + error, toAlice.has_value())) {
+        bobToAlice.match = matchAudio(toAlice->said, toAlice->heard[0], toAlice->speech.first,
+                                      toAlice->speech.second);
+    }
+    sound_.speech.push_back(bobToAlice);
+    return toBob && toAlice;
+}
+
+bool Demo::seesCamera(PhoneProcess& phone, const std::string& camera) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (auto stats = phone.stats(); stats && stats->field("remoteCamera") == camera) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    return false;
+}
 
 bool Demo::run() {
     std::string error;
@@ -94,11 +154,15 @@ bool Demo::run() {
     }
     progress("TURN on 127.0.0.1:" + std::to_string(stack_.turn().port()) + ", chat server on " +
              stack_.server().address());
-    alice = stack_.startPhone("alice", {}, error, true, echo("alice"));
+    sound_.recordings = {out_ + "/alice-received.wav", out_ + "/bob-received.wav"};
+    alice = stack_.startPhone("alice", {"--record-audio", sound_.recordings[0]}, error, true,
+                              echo("alice"));
     if (!step("start alice's phone: " + error, alice != nullptr)) {
         return false;
     }
-    bob = stack_.startPhone("bob", {}, error, true, echo("bob"));
+    bob =
+        stack_.startPhone("bob", {"--speaker", "bob_room", "--record-audio", sound_.recordings[1]},
+                          error, true, echo("bob"));
     if (!step("start bob's phone: " + error, bob != nullptr)) {
         return false;
     }
@@ -129,8 +193,9 @@ bool Demo::run() {
                      stats->field("height") + ", " + stats->field("frames") + " frames so far");
         }
     }
-    sendTo(*alice, "snapshot alice-remote.png");
-    sendTo(*bob, "snapshot bob-remote.png");
+    sendTo(*alice, "snapshot alice-remote-before.png");
+    sendTo(*bob, "snapshot bob-remote-before.png");
+    ok = converse() && ok;
 
     sendTo(*alice, "mute");
     ok = expect(*bob, "didOpponentAudioStateChange", fieldIs("audio", "0")) && ok;
@@ -141,7 +206,9 @@ bool Demo::run() {
     sendTo(*bob, "video-on");
     ok = expect(*alice, "didOpponentVideoStateChange", fieldIs("video", "1")) && ok;
     sendTo(*alice, "switch-camera");
-    std::this_thread::sleep_for(std::chrono::seconds(2));
+    ok = step("bob sees alice's back camera", seesCamera(*bob, "back")) && ok;
+    sendTo(*alice, "snapshot alice-remote-after.png");
+    sendTo(*bob, "snapshot bob-remote-after.png");
     ok = step("snapshots written", alice->waitKind("SNAPSHOT", 5).has_value() &&
                                        bob->waitKind("SNAPSHOT", 5).has_value()) &&
          ok;
@@ -186,8 +253,8 @@ int main(int argc, char** argv) {
     Demo demo(out);
     const bool ok = demo.run();
 
-    DemoSide caller{"alice", {}, std::nullopt, std::nullopt, std::nullopt, ""};
-    DemoSide callee{"bob", {}, std::nullopt, std::nullopt, std::nullopt, ""};
+    DemoSide caller{"alice", {}, std::nullopt, std::nullopt, std::nullopt, {}};
+    DemoSide callee{"bob", {}, std::nullopt, std::nullopt, std::nullopt, {}};
     for (auto* side : {&caller, &callee}) {
         auto& phone = side == &caller ? demo.alice : demo.bob;
         if (!phone) {
@@ -209,14 +276,14 @@ int main(int argc, char** argv) {
                 }
                 side->finalStats = line;
             } else if (line.kind == "SNAPSHOT") {
-                side->snapshot = line.field("file") + " (" + line.field("bytes") + " bytes)";
+                side->snapshots.push_back(line);
             }
         }
     }
     progress("stopping the chat server and coturn");
     demo.stack().stop();
     const auto audit = auditSignalling(demo.stack().server().dbPath());
-    printDemoReport(caller, callee, audit);
+    printDemoReport(caller, callee, demo.sound(), audit);
 
     int failures = demo.failures() + (ok ? 0 : 1);
     if (!audit.error.empty() || !audit.leaks.empty()) {

@@ -13,6 +13,16 @@ namespace {
 constexpr gint64 kBufferTimeUs = 60000;
 constexpr gint64 kLatencyTimeUs = 10000;
 
+/// The engine's buffer sizes, and the device. The elements keep their own
+/// clocks: the call's sound devices run together on the sound server's clock
+/// (RTCGstAudioIO.h).
+void configureDevice(GstElement* element, const std::string& device) {
+    g_object_set(element, "buffer-time", kBufferTimeUs, "latency-time", kLatencyTimeUs, nullptr);
+    if (!device.empty()) {
+        g_object_set(element, "device", device.c_str(), nullptr);
+    }
+}
+
 bool factoryIs(GstElement* element, const char* name) {
     GstElementFactory* factory = gst_element_get_factory(element);
     return factory && g_strcmp0(GST_OBJECT_NAME(factory), name) == 0;
@@ -191,11 +201,7 @@ GstElement* RTCGstMakeMicrophone(const RTCGstMicrophonePlan& plan) {
             element = gst_element_factory_make(plan.kind == Kind::Pulse ? "pulsesrc" : "alsasrc",
                                                nullptr);
             if (element) {
-                g_object_set(element, "buffer-time", kBufferTimeUs, "latency-time", kLatencyTimeUs,
-                             nullptr);
-                if (!plan.device.empty()) {
-                    g_object_set(element, "device", plan.device.c_str(), nullptr);
-                }
+                configureDevice(element, plan.device);
             }
             break;
     }
@@ -214,16 +220,8 @@ GstElement* RTCGstMakeSpeaker(const RTCGstSpeakerPlan& plan) {
         element =
             gst_element_factory_make(plan.kind == Kind::Pulse ? "pulsesink" : "alsasink", nullptr);
         if (element) {
-            g_object_set(element, "buffer-time", kBufferTimeUs, "latency-time", kLatencyTimeUs,
-                         nullptr);
-            if (!plan.device.empty()) {
-                g_object_set(element, "device", plan.device.c_str(), nullptr);
-            }
+            configureDevice(element, plan.device);
         }
-    }
-    if (element) {
-        // Joins a pipeline that is already playing: no preroll to wait for.
-        g_object_set(element, "async", FALSE, nullptr);
     }
     return element;
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "RTCGstAudioIO.h"
 #include "RTCGstHandles.h"
 #include "RTCGstPeerConnection.h"
 #include "RTCGstSdpUtils.h"
@@ -88,12 +89,14 @@ struct RTCGstPeerConnection::Impl {
     int sessionListener = 0;
     std::vector<GstElement*> dtlsDecoders;  // refs held, guarded by `mutex`
 
+    // The pipeline's bus (RTCGstBus.cpp).
+    void watchBus();
+    void recalculateLatency();  // signalling queue
+    static GstBusSyncReply onBusMessage(GstBus* bus, GstMessage* message, gpointer data);
+
     // Media ends (RTCGstAudioBranches.cpp). Guarded by `mutex`.
-    rtcgst::Owned<GstElement> echoProbe;  ///< for the receive branch, made ahead
-    rtcgst::Owned<GstElement> speaker;    ///< the playback sink, once receiving
-    rtcgst::Owned<GstElement> voiceDsp;   ///< webrtcdsp of the microphone
-    gulong voiceGate = 0;                 ///< blocks the microphone until decided
-    std::optional<bool> voiceProcessing;  ///< from the offer/answer constraints
+    std::shared_ptr<RTCGstAudioIO> audioIO;  ///< the call's microphone and loudspeaker
+    std::optional<bool> voiceProcessing;     ///< from the offer/answer constraints
 
     // Set-up and tear-down (RTCGstPipeline.cpp).
     bool setUp(const RTCConfiguration& configuration);
@@ -119,11 +122,11 @@ struct RTCGstPeerConnection::Impl {
     void buildBranch(RTCGstBranch& branch, int mline, int pt);
 
     // Media ends (RTCGstAudioBranches.cpp).
-    /// Makes the echo probe the microphone's processor will use (setUp).
-    void prepareVoiceProcessing();
+    /// Starts the call's sound devices unless they run (`mutex` held).
+    void startAudioIO();
     /// The microphone's send bin up to the payloader (`mutex` held).
     GstElement* makeAudioSendBin(const std::string& rtpCaps);
-    /// The receive bin of decoded audio: playback, echo probe, recording.
+    /// The receive bin of decoded audio: to the loudspeaker, and recorded.
     GstElement* makeAudioReceiveBin();
     /// The constraints of the offer or answer decide on voice processing;
     /// the microphone flows from then on.

@@ -226,7 +226,7 @@ bool Impl::setUp(const RTCConfiguration& configuration) {
             gst_object_unref(ice);
         }
     }
-    prepareVoiceProcessing();
+    watchBus();
     g_signal_connect(webrtc, "deep-element-added", G_CALLBACK(onDeepElementAdded), ref);
     g_signal_connect(webrtc, "on-ice-candidate", G_CALLBACK(onIceCandidateSignal), ref);
     g_signal_connect(webrtc, "notify::ice-connection-state", G_CALLBACK(onIceStateNotify), ref);
@@ -377,9 +377,10 @@ void Impl::tearDown() {
         }
         refs.insert(refs.end(), dtlsDecoders.begin(), dtlsDecoders.end());
         dtlsDecoders.clear();
-        echoProbe.reset();
-        speaker.reset();
-        voiceDsp.reset();
+        if (audioIO) {
+            audioIO->sendTo(nullptr);
+        }
+        audioIO.reset();
     }
     GstElement* pipe = pipeline;
     RTCGstRef* callbackRef = ref;

@@ -1,6 +1,7 @@
 // Calls that go through: a video call with every media control, and an
 // audio-only call.
 #include <fstream>
+#include <thread>
 
 #include "PhoneCallFixture.h"
 
@@ -16,6 +17,18 @@ size_t pngSize(const std::string& path) {
     }
     in.seekg(0, std::ios::end);
     return static_cast<size_t>(in.tellg());
+}
+
+/// Waits until the pictures the phone receives come from `camera`.
+bool remoteCameraBecomes(PhoneProcess& phone, const std::string& camera) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (auto stats = phone.stats(); stats && stats->field("remoteCamera") == camera) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    return false;
 }
 
 }  // namespace
@@ -44,6 +57,11 @@ TEST_F(PhoneCallTest, VideoCallCarriesMediaBothWaysAndEveryControlReachesTheOthe
     EXPECT_GT(pngSize(aliceShot->field("file")), 100u);
     EXPECT_GT(pngSize(bobShot->field("file")), 100u);
     EXPECT_GT(aliceShot->number("width"), 0);
+    // Each picture says whose camera took it.
+    EXPECT_EQ(aliceShot->field("remoteUser"), "bob");
+    EXPECT_EQ(aliceShot->field("remoteCamera"), "front");
+    EXPECT_EQ(bobShot->field("remoteUser"), "alice");
+    EXPECT_EQ(bobShot->field("remoteCamera"), "front");
 
     // Each update is heard by the other side with the new value.
     alice.send("mute");
@@ -61,10 +79,11 @@ TEST_F(PhoneCallTest, VideoCallCarriesMediaBothWaysAndEveryControlReachesTheOthe
     alice.send("speaker-off");
     alice.send("speaker-on");
 
-    // After a camera switch the video keeps coming.
+    // After a camera switch the video keeps coming, from the other camera.
     const long before = remoteFrames(bob);
     alice.send("switch-camera");
     EXPECT_TRUE(framesGrowBeyond(bob, before + 30));
+    EXPECT_TRUE(remoteCameraBecomes(bob, "back"));
 
     // Neither side dropped on the way, and the call id never changed.
     EXPECT_TRUE(alice.events("didDropCall").empty());

@@ -148,7 +148,7 @@ namespace {
 std::shared_ptr<GStreamerPeer> makePeer(const std::shared_ptr<RTCGstPlatform>& platform,
                                         const RTCPeerConnectionFactoryPtr& factory,
                                         const GStreamerCallOptions& options, const char* name,
-                                        const char* cameraId) {
+                                        AVCaptureDevicePosition position) {
     auto peer = std::make_shared<GStreamerPeer>();
     peer->name = name;
     auto pc = factory->peerConnectionWithConfiguration(
@@ -164,7 +164,7 @@ std::shared_ptr<GStreamerPeer> makePeer(const std::shared_ptr<RTCGstPlatform>& p
     peer->capturer = platform->cameraVideoCapturer(peer->videoSource);
     RTCCaptureDevicePtr device;
     for (const auto& candidate : platform->captureDevices()) {
-        if (candidate->uniqueId() == cameraId) {
+        if (!device && candidate->position() == position) {
             device = candidate;
         }
     }
@@ -210,10 +210,18 @@ T await(std::future<T>& future, std::string& error, const char* what) {
 
 GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platform,
                                    const GStreamerCallOptions& options) {
+    return start(platform, platform, options);
+}
+
+GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platformA,
+                                   const std::shared_ptr<RTCGstPlatform>& platformB,
+                                   const GStreamerCallOptions& options) {
     GStreamerCall call;
-    auto factory = platform->peerConnectionFactory(nullptr, nullptr);
-    call.a = makePeer(platform, factory, options, "a", kRTCGstFrontCameraId);
-    call.b = makePeer(platform, factory, options, "b", kRTCGstBackCameraId);
+    call.a = makePeer(platformA, platformA->peerConnectionFactory(nullptr, nullptr), options, "a",
+                      AVCaptureDevicePositionFront);
+    call.b = makePeer(
+        platformB, platformB->peerConnectionFactory(nullptr, nullptr), options, "b",
+        platformA == platformB ? AVCaptureDevicePositionBack : AVCaptureDevicePositionFront);
     if (!call.a || !call.b) {
         call.error = "peer connection not created";
         return call;

@@ -115,6 +115,10 @@ struct GStreamerCall {
     /// continues in the background).
     static GStreamerCall start(const std::shared_ptr<RTCGstPlatform>& platform,
                                const GStreamerCallOptions& options);
+    /// As above, each side on an engine of its own (media options per side).
+    static GStreamerCall start(const std::shared_ptr<RTCGstPlatform>& platformA,
+                               const std::shared_ptr<RTCGstPlatform>& platformB,
+                               const GStreamerCallOptions& options);
     void close();
 };
 

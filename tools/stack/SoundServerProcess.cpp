@@ -96,7 +96,6 @@ bool SoundServerProcess::start(std::string& error) {
 }
 
 void SoundServerProcess::stop() {
-    echoModules_.clear();
     if (process_) {
         process_->stop(2);
         process_.reset();
@@ -150,32 +149,6 @@ bool SoundServerProcess::play(const std::string& user, const std::string& file,
     return true;
 }
 
-bool SoundServerProcess::addEcho(const std::string& user, std::string& error) {
-    std::string index;
-    if (!pactl({"load-module", "module-loopback", "source=" + user + "_speaker.monitor",
-                "sink=" + user + "_room", "latency_msec=5"},
-               &index, error)) {
-        return false;
-    }
-    while (!index.empty() && (index.back() == '\n' || index.back() == ' ')) {
-        index.pop_back();
-    }
-    echoModules_.emplace_back(user, index);
-    return true;
-}
-
-void SoundServerProcess::removeEcho(const std::string& user) {
-    for (auto it = echoModules_.begin(); it != echoModules_.end();) {
-        if (it->first == user) {
-            std::string ignored;
-            pactl({"unload-module", it->second}, nullptr, ignored);
-            it = echoModules_.erase(it);
-        } else {
-            ++it;
-        }
-    }
-}
-
 std::unique_ptr<SoundServerProcess::Recording> SoundServerProcess::record(
     const std::vector<std::string>& sources, const std::vector<std::string>& files,
     std::string& error) {
@@ -187,12 +160,14 @@ std::unique_ptr<SoundServerProcess::Recording> SoundServerProcess::record(
     setup.argv = {"gst-launch-1.0", "-q", "-e"};
     for (size_t i = 0; i < sources.size(); ++i) {
         // audiorate fills from the start of the recording, so every file
-        // starts at the same moment whenever its first sound came.
+        // starts at the same moment whenever its first sound came; with the
+        // system clock (not a sound-server clock per source) the sources'
+        // timestamps agree.
         for (const std::string& part :
-             {std::string("pulsesrc"), "device=" + sources[i], std::string("!"),
-              std::string("audio/x-raw,format=S16LE,rate=48000,channels=1"), std::string("!"),
-              std::string("audiorate"), std::string("skip-to-first=false"), std::string("!"),
-              std::string("wavenc"), std::string("!"), std::string("filesink"),
+             {std::string("pulsesrc"), "device=" + sources[i], std::string("provide-clock=false"),
+              std::string("!"), std::string("audio/x-raw,format=S16LE,rate=48000,channels=1"),
+              std::string("!"), std::string("audiorate"), std::string("skip-to-first=false"),
+              std::string("!"), std::string("wavenc"), std::string("!"), std::string("filesink"),
               "location=" + files[i]}) {
             setup.argv.push_back(part);
         }

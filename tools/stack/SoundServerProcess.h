@@ -3,8 +3,8 @@
 // user gets three devices (48 kHz mono):
 //   <user>_speaker  a null sink: the phone's speaker (--speaker);
 //   <user>_room     a null sink: what the user's microphone hears, fed with
-//                   speech (play()) and, on demand, with the user's own
-//                   speaker (an acoustic echo, addEcho());
+//                   speech (play()); a phone whose speaker is the room
+//                   (--speaker <user>_room) hears itself, an acoustic echo;
 //   <user>_mic      the room's monitor as a source: the phone's microphone.
 // Recordings of any sources run in one GStreamer process, so their timelines
 // line up (each file starts at the recording's start).
@@ -37,11 +37,6 @@ class SoundServerProcess {
 
     /// Plays a sound file into `user`'s room and waits until it has played.
     bool play(const std::string& user, const std::string& file, std::string& error);
-    /// Loops `user`'s speaker into `user`'s room (an acoustic echo) until
-    /// removeEcho().
-    bool addEcho(const std::string& user, std::string& error);
-    void removeEcho(const std::string& user);
-
     /// Records `sources` (names of this daemon's sources, e.g. "alice_mic" or
     /// "bob_speaker.monitor") into `files` (16-bit 48 kHz mono WAV) until the
     /// returned recording is stopped or destroyed.
@@ -66,5 +61,4 @@ class SoundServerProcess {
     std::vector<std::string> users_;
     std::string socketDir_;
     std::unique_ptr<ChildProcess> process_;
-    std::vector<std::pair<std::string, std::string>> echoModules_;  ///< user, module index
 };

@@ -1,0 +1,255 @@
+#include "RTCGstAudioIO.h"
+
+#include <gst/app/gstappsink.h>
+#include <gst/app/gstappsrc.h>
+
+#include <atomic>
+
+namespace {
+
+/// Sound the devices' pipeline may hold for playback before it drops the
+/// oldest (200 ms), and the headroom playback keeps (20 ms).
+constexpr guint64 kMaxQueuedBytes = 48000 * 2 / 5;
+constexpr gint64 kPlaybackLatencyNs = 20 * GST_MSECOND;
+
+bool hasFactory(const char* name) {
+    rtcgst::Owned<GstElementFactory> factory(gst_element_factory_find(name));
+    return factory != nullptr;
+}
+
+GstElement* make(const char* factory) {
+    return gst_element_factory_make(factory, nullptr);
+}
+
+/// How far sound handed from one pipeline to the other may run behind or
+/// ahead of the receiving pipeline's clock before its timestamps start again
+/// from the present.
+constexpr GstClockTime kBehind = 20 * GST_MSECOND;
+constexpr GstClockTime kAhead = 200 * GST_MSECOND;
+
+}  // namespace
+
+/// Timestamps for sound pushed into a live appsrc from another pipeline: each
+/// buffer starts where the one before ended, so that it is played without gaps
+/// or overlaps; only when the flow falls behind or runs far ahead of the clock
+/// does the next one start from the present again (marked as a discontinuity).
+struct RTCGstAudioIO::Stamps {
+    std::mutex mutex;
+    GstClockTime next = GST_CLOCK_TIME_NONE;
+
+    GstBuffer* stamp(GstElement* appsrc, GstBuffer* buffer) {
+        GstBuffer* copy = gst_buffer_copy(buffer);
+        GstClockTime now = 0;
+        if (rtcgst::Owned<GstClock> clock{gst_element_get_clock(appsrc)}) {
+            const GstClockTime time = gst_clock_get_time(clock.get());
+            const GstClockTime base = gst_element_get_base_time(appsrc);
+            now = time > base ? time - base : 0;
+        }
+        const GstClockTime duration =
+            gst_util_uint64_scale(gst_buffer_get_size(copy) / 2, GST_SECOND, 48000);
+        std::lock_guard lock(mutex);
+        const bool restart =
+            next == GST_CLOCK_TIME_NONE || next + kBehind < now || next > now + kAhead;
+        if (restart) {
+            next = now;
+            GST_BUFFER_FLAG_SET(copy, GST_BUFFER_FLAG_DISCONT);
+        } else {
+            GST_BUFFER_FLAG_UNSET(copy, GST_BUFFER_FLAG_DISCONT);
+        }
+        GST_BUFFER_PTS(copy) = next;
+        GST_BUFFER_DTS(copy) = GST_CLOCK_TIME_NONE;
+        GST_BUFFER_DURATION(copy) = duration;
+        next += duration;
+        return copy;
+    }
+};
+
+namespace {
+
+void setProcessing(GstElement* dsp, bool on) {
+    g_object_set(dsp, "echo-cancel", on, "noise-suppression", on, "gain-control", on,
+                 "high-pass-filter", on, nullptr);
+}
+
+}  // namespace
+
+/// Where the microphone's sound goes; shared with the microphone's appsink.
+struct RTCGstAudioIO::Microphone {
+    std::mutex mutex;
+    rtcgst::Owned<GstElement> target;
+    Stamps stamps;
+};
+
+bool RTCGstAudioIO::processingAvailable() {
+    return hasFactory("webrtcdsp") && hasFactory("webrtcechoprobe");
+}
+
+std::shared_ptr<RTCGstAudioIO> RTCGstAudioIO::start(const RTCGstMicrophonePlan& microphone,
+                                                    std::shared_ptr<const RTCGstAudioClip> clip,
+                                                    const RTCGstSpeakerPlan& speaker,
+                                                    bool processing, std::string& error) {
+    static std::atomic<unsigned> counter{0};
+    const unsigned number = counter.fetch_add(1);
+    std::shared_ptr<RTCGstAudioIO> io(new RTCGstAudioIO());
+    io->microphone_ = std::make_shared<Microphone>();
+    io->speakerStamps_ = std::make_unique<Stamps>();
+    io->pipeline_ =
+        rtcgst::adopt(gst_pipeline_new(("velmorin-audio-" + std::to_string(number)).c_str()));
+    GstBin* bin = GST_BIN(io->pipeline_.get());
+    rtcgst::OwnedCaps pcm(gst_caps_from_string(kPcmCaps));
+
+    // Playback, with the probe the processor reads (made before the processor).
+    GstElement* source = make("appsrc");
+    GstElement* sink = RTCGstMakeSpeaker(speaker);
+    GstElement* probe = processing ? gst_element_factory_make(
+                                         "webrtcechoprobe",
+                                         ("velmorin-echo-probe-" + std::to_string(number)).c_str())
+                                   : nullptr;
+    if (!source || !sink) {
+        error = "the playback elements are missing";
+        return nullptr;
+    }
+    g_object_set(source, "is-live", TRUE, "format", GST_FORMAT_TIME, "caps", pcm.get(), "max-bytes",
+                 kMaxQueuedBytes, "min-latency", kPlaybackLatencyNs, nullptr);
+    gst_util_set_object_arg(G_OBJECT(source), "leaky-type", "downstream");
+    gst_bin_add_many(bin, source, sink, nullptr);
+    if (probe) {
+        gst_bin_add(bin, probe);
+        gst_element_link_many(source, probe, sink, nullptr);
+    } else {
+        gst_element_link(source, sink);
+    }
+    io->speakerSource_.reset(GST_ELEMENT(gst_object_ref(source)));
+    // The sink can tell its latency once it knows the format: work it out again
+    // then (at the next play()).
+    rtcgst::Owned<GstPad> sinkPad(gst_element_get_static_pad(sink, "sink"));
+    gst_pad_add_probe(
+        sinkPad.get(), GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM,
+        [](GstPad*, GstPadProbeInfo* info, gpointer data) {
+            if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_CAPS) {
+                static_cast<std::shared_ptr<std::atomic<bool>>*>(data)->get()->store(true);
+            }
+            return GST_PAD_PROBE_OK;
+        },
+        rtcgst::giveToC(std::make_unique<std::shared_ptr<std::atomic<bool>>>(io->latencyChanged_)),
+        rtcgst::destroyFromC<std::shared_ptr<std::atomic<bool>>>);
+    io->speakerSink_.reset(GST_ELEMENT(gst_object_ref(sink)));
+
+    // The microphone, held back by a blocking probe until the processing is decided.
+    GstElement* mic = RTCGstMakeMicrophone(microphone);
+    if (!mic) {
+        error = "the microphone's elements are missing";
+        return nullptr;
+    }
+    GstElement* convert = make("audioconvert");
+    GstElement* resample = make("audioresample");
+    GstElement* caps = make("capsfilter");
+    GstElement* dsp = probe ? make("webrtcdsp") : make("identity");
+    GstElement* out = make("appsink");
+    g_object_set(caps, "caps", pcm.get(), nullptr);
+    g_object_set(out, "sync", FALSE, "async", FALSE, nullptr);
+    gst_bin_add_many(bin, mic, convert, resample, caps, dsp, out, nullptr);
+    GstElement* first = mic;
+    if (clip) {
+        // A file plays at the pace of the clock.
+        GstElement* pace = make("clocksync");
+        gst_bin_add(bin, pace);
+        gst_element_link(mic, pace);
+        first = pace;
+        RTCGstAudioClip::feed(mic, std::move(clip));
+    }
+    gst_element_link_many(first, convert, resample, caps, dsp, out, nullptr);
+    if (probe) {
+        g_object_set(dsp, "probe", GST_OBJECT_NAME(probe), nullptr);
+        io->dsp_.reset(GST_ELEMENT(gst_object_ref(dsp)));
+    }
+    io->gated_.reset(GST_ELEMENT(gst_object_ref(dsp)));
+    rtcgst::Owned<GstPad> gatePad(gst_element_get_static_pad(dsp, "sink"));
+    io->gate_ = gst_pad_add_probe(
+        gatePad.get(), GST_PAD_PROBE_TYPE_BLOCK_DOWNSTREAM,
+        [](GstPad*, GstPadProbeInfo*, gpointer) { return GST_PAD_PROBE_OK; }, nullptr, nullptr);
+
+    GstAppSinkCallbacks callbacks{};
+    callbacks.new_sample = [](GstAppSink* appsink, gpointer data) -> GstFlowReturn {
+        GstSample* sample = gst_app_sink_pull_sample(appsink);
+        if (!sample) {
+            return GST_FLOW_OK;
+        }
+        auto& target = *static_cast<std::shared_ptr<Microphone>*>(data);
+        GstBuffer* buffer = gst_sample_get_buffer(sample);
+        std::lock_guard lock(target->mutex);
+        if (buffer && target->target) {
+            gst_app_src_push_buffer(GST_APP_SRC(target->target.get()),
+                                    target->stamps.stamp(target->target.get(), buffer));
+        }
+        gst_sample_unref(sample);
+        return GST_FLOW_OK;
+    };
+    gst_app_sink_set_callbacks(
+        GST_APP_SINK(out), &callbacks,
+        rtcgst::giveToC(std::make_unique<std::shared_ptr<Microphone>>(io->microphone_)),
+        rtcgst::destroyFromC<std::shared_ptr<Microphone>>);
+
+    rtcgst::Owned<GstBus> bus(gst_element_get_bus(io->pipeline_.get()));
+    gst_bus_set_sync_handler(
+        bus.get(),
+        [](GstBus*, GstMessage* message, gpointer data) {
+            if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_LATENCY) {
+                static_cast<std::shared_ptr<std::atomic<bool>>*>(data)->get()->store(true);
+            }
+            return GST_BUS_PASS;
+        },
+        rtcgst::giveToC(std::make_unique<std::shared_ptr<std::atomic<bool>>>(io->latencyChanged_)),
+        rtcgst::destroyFromC<std::shared_ptr<std::atomic<bool>>>);
+    if (gst_element_set_state(io->pipeline_.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        error = "the sound devices did not start";
+        return nullptr;  // the destructor stops what did start
+    }
+    return io;
+}
+
+RTCGstAudioIO::~RTCGstAudioIO() {
+    sendTo(nullptr);
+    if (pipeline_) {
+        gst_element_set_state(pipeline_.get(), GST_STATE_NULL);
+    }
+}
+
+void RTCGstAudioIO::sendTo(GstElement* appsrc) {
+    if (!microphone_) {
+        return;
+    }
+    std::lock_guard lock(microphone_->mutex);
+    microphone_->target.reset(appsrc ? GST_ELEMENT(gst_object_ref(appsrc)) : nullptr);
+    microphone_->stamps.next = GST_CLOCK_TIME_NONE;
+}
+
+void RTCGstAudioIO::play(GstBuffer* buffer) {
+    if (!buffer) {
+        return;
+    }
+    GstBuffer* stamped = speakerStamps_->stamp(speakerSource_.get(), buffer);
+    gst_buffer_unref(buffer);
+    gst_app_src_push_buffer(GST_APP_SRC(speakerSource_.get()), stamped);
+    if (latencyChanged_->exchange(false)) {
+        gst_bin_recalculate_latency(GST_BIN(pipeline_.get()));
+    }
+}
+
+void RTCGstAudioIO::decideProcessing(bool on) {
+    std::lock_guard lock(mutex_);
+    if (decided_) {
+        return;
+    }
+    decided_ = true;
+    if (dsp_) {
+        setProcessing(dsp_.get(), on);
+    }
+    rtcgst::Owned<GstPad> pad(gst_element_get_static_pad(gated_.get(), "sink"));
+    gst_pad_remove_probe(pad.get(), gate_);
+    gate_ = 0;
+}
+
+void RTCGstAudioIO::moveSpeaker(const RTCGstSpeakerPlan& plan) {
+    RTCGstMoveSpeaker(speakerSink_.get(), plan);
+}

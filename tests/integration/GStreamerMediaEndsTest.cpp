@@ -1,0 +1,150 @@
+// The media ends of the engine, each side on an engine of its own: an audio
+// file as the microphone reaches the far side's recording of what it
+// received; a video file as the camera reaches the far side; the test camera's
+// pictures say whose they are; a microphone and a camera that do not exist are
+// reported, and the call goes on without them.
+#include <gst/gst.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <mutex>
+
+#include "AudioAnalysis.h"
+#include "GStreamerCallHarness.h"
+#include "RTCGstCameraDevices.h"
+#include "RTCGstFrameTag.h"
+#include "support/TurnServerFixture.h"
+
+namespace {
+
+class GStreamerMediaEndsTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(turn_.start()) << turn_.error();
+        char folder[] = "/tmp/velmorin-media.XXXXXX";
+        ASSERT_NE(mkdtemp(folder), nullptr);
+        dir_ = folder;
+    }
+    void TearDown() override {
+        call_.close();
+        RTCPlatform::install(nullptr);
+        if (!HasFailure()) {
+            std::filesystem::remove_all(dir_);
+        }
+    }
+    /// Runs a command of the test's tools; false when it failed.
+    static bool run(const std::string& command) { return std::system(command.c_str()) == 0; }
+
+    std::vector<std::string> warnings() {
+        std::lock_guard lock(mutex_);
+        return warnings_;
+    }
+
+    TurnServerFixture turn_;
+    std::string dir_;
+    GStreamerCall call_;
+    std::mutex mutex_;
+    std::vector<std::string> warnings_;
+};
+
+TEST_F(GStreamerMediaEndsTest, FilesStandInForDevicesAndMissingDevicesAreReported) {
+    const std::string speech = dir_ + "/speech.wav";
+    const std::string movie = dir_ + "/red.webm";
+    const std::string received = dir_ + "/received.wav";
+    ASSERT_TRUE(run("espeak-ng -w " + speech + " 'One two three, the file is the microphone.'"));
+    ASSERT_TRUE(
+        run("gst-launch-1.0 -q videotestsrc pattern=red num-buffers=45 "
+            "! video/x-raw,width=320,height=240,framerate=15/1 ! vp8enc ! webmmux "
+            "! filesink location=" +
+            movie));
+
+    RTCGstPlatform::Options alice;
+    alice.includeV4L2Cameras = false;
+    alice.media.microphone = speech;
+    alice.media.voiceProcessing = false;  // the file as it is, for the comparison
+    alice.media.cameraLabel = "alice";
+    RTCGstPlatform::Options bob;
+    bob.includeV4L2Cameras = false;
+    bob.media.microphone = "no-such-microphone";
+    bob.media.frontCamera = movie;
+    bob.media.recordAudioPath = received;
+    bob.media.warningHandler = [this](const std::string& warning) {
+        std::lock_guard lock(mutex_);
+        warnings_.push_back(warning);
+    };
+    auto a = RTCGstPlatform::create(alice);
+    auto b = RTCGstPlatform::create(bob);
+    ASSERT_TRUE(a && b);
+    RTCPlatform::install(a);
+    a->audioSession()->setActive(true);  // the microphone is not muted
+    auto credentials = turn_.credentialsForUser("erin");
+    call_ = GStreamerCall::start(a, b, {turn_.url(), credentials.username, credentials.password});
+    ASSERT_TRUE(call_.error.empty()) << call_.error;
+
+    // Bob sees alice's test camera, which says so in every picture.
+    auto& bobSide = *call_.b;
+    ASSERT_TRUE(bobSide.waitFor(30, [&] { return bobSide.remoteRenderer->frames() > 10; }));
+    auto frame = bobSide.remoteRenderer->lastFrame();
+    auto tag =
+        RTCGstReadFrameTag(frame->dataY(), frame->width(), frame->height(), frame->strideY());
+    ASSERT_TRUE(tag.has_value());
+    EXPECT_EQ(tag->label, "alice - front");
+    // Alice sees bob's movie: red, which is V well above neutral.
+    auto& aliceSide = *call_.a;
+    ASSERT_TRUE(aliceSide.waitFor(30, [&] { return aliceSide.remoteRenderer->frames() > 10; }));
+    auto movieFrame = aliceSide.remoteRenderer->lastFrame();
+    const auto* v = movieFrame->dataV();
+    EXPECT_GT(
+        v[movieFrame->strideV() * movieFrame->chromaHeight() / 2 + movieFrame->chromaWidth() / 2],
+        200);
+
+    // Bob's recording holds what alice's file said. The file plays in a loop
+    // from wherever it was when the call began: two loops' worth of recording
+    // hold one whole loop, found at some lag below one loop's length.
+    std::string error;
+    ASSERT_TRUE(run("sox " + speech + " -r 48000 " + dir_ + "/speech48.wav"));
+    auto said = readAudioFile(dir_ + "/speech48.wav", error);
+    ASSERT_TRUE(said) << error;
+    const auto wanted = uintmax_t(2.2 * said->seconds() * 48000 * 2);
+    ASSERT_TRUE(bobSide.waitFor(30, [&] {
+        std::error_code ignored;
+        return std::filesystem::file_size(received, ignored) > wanted && !ignored;
+    }));
+    call_.close();
+    auto heard = readAudioFile(received, error);
+    ASSERT_TRUE(heard) << error;
+    auto match = matchAudio(*said, *heard, 0.2, said->seconds() - 0.2, said->seconds() + 0.5);
+    EXPECT_GT(match.correlation, 0.6);
+
+    const auto reported = warnings();
+    EXPECT_TRUE(std::any_of(reported.begin(), reported.end(), [](const std::string& warning) {
+        return warning.find("no-such-microphone") != std::string::npos;
+    })) << "the missing microphone is named";
+}
+
+TEST(GStreamerCameraFormats, V4L2CapsBecomeFormatsWithTheirFrameRates) {
+    ASSERT_TRUE(gst_init_check(nullptr, nullptr, nullptr));
+    // What a webcam reports: raw YUY2 sizes with a list of rates or a range,
+    // the same size again at other rates, MJPEG, and a size given as a range.
+    GstCaps* caps = gst_caps_from_string(
+        "video/x-raw,format=YUY2,width=640,height=480,framerate={ 30/1, 15/1 };"
+        "video/x-raw,format=YUY2,width=1280,height=720,framerate=[ 5/1, 10/1 ];"
+        "video/x-raw,format=YUY2,width=640,height=480,framerate=60/1;"
+        "image/jpeg,width=1920,height=1080,framerate=30000/1001;"
+        "video/x-raw,format=NV12,width=[ 1, 4096 ],height=[ 1, 4096 ]");
+    ASSERT_NE(caps, nullptr);
+    const auto formats = RTCGstCaptureFormats(caps);
+    gst_caps_unref(caps);
+    ASSERT_EQ(formats.size(), 3u);
+    EXPECT_EQ(formats[0]->width(), 640);
+    EXPECT_EQ(formats[0]->mediaSubType(), kRTCGstPixelFormatYUY2);
+    EXPECT_DOUBLE_EQ(formats[0]->videoSupportedFrameRateRanges()[0].minFrameRate, 15);
+    EXPECT_DOUBLE_EQ(formats[0]->videoSupportedFrameRateRanges()[0].maxFrameRate, 60);
+    EXPECT_DOUBLE_EQ(formats[1]->videoSupportedFrameRateRanges()[0].maxFrameRate, 10);
+    EXPECT_EQ(formats[2]->mediaSubType(), kRTCGstPixelFormatMJPEG);
+    EXPECT_NEAR(formats[2]->videoSupportedFrameRateRanges()[0].maxFrameRate, 29.97, 0.01);
+    EXPECT_EQ(RTCGstCaptureCapsName(formats[2]->mediaSubType()), "image/jpeg");
+}
+
+}  // namespace
