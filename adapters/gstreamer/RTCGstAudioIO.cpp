@@ -12,6 +12,10 @@ namespace {
 constexpr guint64 kMaxQueuedBytes = 48000 * 2 / 5;
 constexpr gint64 kPlaybackLatencyNs = 20 * GST_MSECOND;
 
+/// How often the echo probe is told the playback's latency (every 25 buffers
+/// of received sound, half a second).
+constexpr unsigned kProbeEvery = 25;
+
 bool hasFactory(const char* name) {
     rtcgst::Owned<GstElementFactory> factory(gst_element_factory_find(name));
     return factory != nullptr;
@@ -113,6 +117,10 @@ std::shared_ptr<RTCGstAudioIO> RTCGstAudioIO::start(const RTCGstMicrophonePlan& 
                  kMaxQueuedBytes, "min-latency", kPlaybackLatencyNs, nullptr);
     gst_util_set_object_arg(G_OBJECT(source), "leaky-type", "downstream");
     gst_bin_add_many(bin, source, sink, nullptr);
+    // Played as it comes, at the pace the sound server takes it: the received
+    // sound is already timed by the connection's jitter buffer, and waiting on
+    // a clock here would only add a second, drifting schedule.
+    g_object_set(sink, "sync", FALSE, nullptr);
     if (probe) {
         gst_bin_add(bin, probe);
         gst_element_link_many(source, probe, sink, nullptr);
@@ -120,19 +128,6 @@ std::shared_ptr<RTCGstAudioIO> RTCGstAudioIO::start(const RTCGstMicrophonePlan& 
         gst_element_link(source, sink);
     }
     io->speakerSource_.reset(GST_ELEMENT(gst_object_ref(source)));
-    // The sink can tell its latency once it knows the format: work it out again
-    // then (at the next play()).
-    rtcgst::Owned<GstPad> sinkPad(gst_element_get_static_pad(sink, "sink"));
-    gst_pad_add_probe(
-        sinkPad.get(), GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM,
-        [](GstPad*, GstPadProbeInfo* info, gpointer data) {
-            if (GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_CAPS) {
-                static_cast<std::shared_ptr<std::atomic<bool>>*>(data)->get()->store(true);
-            }
-            return GST_PAD_PROBE_OK;
-        },
-        rtcgst::giveToC(std::make_unique<std::shared_ptr<std::atomic<bool>>>(io->latencyChanged_)),
-        rtcgst::destroyFromC<std::shared_ptr<std::atomic<bool>>>);
     io->speakerSink_.reset(GST_ELEMENT(gst_object_ref(sink)));
 
     // The microphone, held back by a blocking probe until the processing is decided.
@@ -162,6 +157,7 @@ std::shared_ptr<RTCGstAudioIO> RTCGstAudioIO::start(const RTCGstMicrophonePlan& 
     if (probe) {
         g_object_set(dsp, "probe", GST_OBJECT_NAME(probe), nullptr);
         io->dsp_.reset(GST_ELEMENT(gst_object_ref(dsp)));
+        io->probe_.reset(GST_ELEMENT(gst_object_ref(probe)));
     }
     io->gated_.reset(GST_ELEMENT(gst_object_ref(dsp)));
     rtcgst::Owned<GstPad> gatePad(gst_element_get_static_pad(dsp, "sink"));
@@ -190,17 +186,6 @@ std::shared_ptr<RTCGstAudioIO> RTCGstAudioIO::start(const RTCGstMicrophonePlan& 
         rtcgst::giveToC(std::make_unique<std::shared_ptr<Microphone>>(io->microphone_)),
         rtcgst::destroyFromC<std::shared_ptr<Microphone>>);
 
-    rtcgst::Owned<GstBus> bus(gst_element_get_bus(io->pipeline_.get()));
-    gst_bus_set_sync_handler(
-        bus.get(),
-        [](GstBus*, GstMessage* message, gpointer data) {
-            if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_LATENCY) {
-                static_cast<std::shared_ptr<std::atomic<bool>>*>(data)->get()->store(true);
-            }
-            return GST_BUS_PASS;
-        },
-        rtcgst::giveToC(std::make_unique<std::shared_ptr<std::atomic<bool>>>(io->latencyChanged_)),
-        rtcgst::destroyFromC<std::shared_ptr<std::atomic<bool>>>);
     if (gst_element_set_state(io->pipeline_.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
         error = "the sound devices did not start";
         return nullptr;  // the destructor stops what did start
@@ -231,9 +216,21 @@ void RTCGstAudioIO::play(GstBuffer* buffer) {
     GstBuffer* stamped = speakerStamps_->stamp(speakerSource_.get(), buffer);
     gst_buffer_unref(buffer);
     gst_app_src_push_buffer(GST_APP_SRC(speakerSource_.get()), stamped);
-    if (latencyChanged_->exchange(false)) {
-        gst_bin_recalculate_latency(GST_BIN(pipeline_.get()));
+    if (probe_) {
+        tellProbe();
     }
+}
+
+void RTCGstAudioIO::tellProbe() {
+    // The probe hands the canceller nothing until it knows the playback's
+    // latency, and an unsynchronised sink announces none (latency events that
+    // do reach it carry zero). It is told again now and then, so that it always
+    // has one.
+    if (played_++ % kProbeEvery != 0) {
+        return;
+    }
+    rtcgst::Owned<GstPad> pad(gst_element_get_static_pad(probe_.get(), "src"));
+    gst_pad_send_event(pad.get(), gst_event_new_latency(kPlaybackLatencyNs));
 }
 
 void RTCGstAudioIO::decideProcessing(bool on) {

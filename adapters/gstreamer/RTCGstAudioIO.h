@@ -4,7 +4,10 @@
 //
 // They run in a pipeline of their own, started whole and clocked by the sound
 // server: the canceller lines up what was played with what the microphone
-// heard by their timestamps, and only one clock for both makes those agree.
+// heard, and only one clock for both keeps those together. Playback is not
+// synchronised to that clock: received sound is already paced by the
+// connection's jitter buffer and goes to the sound server as it comes (about
+// 90 ms from one microphone to the other side's loudspeaker).
 // The connection's pipeline (on the system clock, with branches that come and
 // go) exchanges 16-bit mono 48 kHz sound with it: what the microphone sends
 // goes to an appsrc of the connection, and what the connection receives is
@@ -59,19 +62,19 @@ class RTCGstAudioIO {
     struct Stamps;
     struct Microphone;
     RTCGstAudioIO() = default;
+    /// Tells the echo probe the playback's latency, now and then. From play().
+    void tellProbe();
 
     rtcgst::Owned<GstElement> pipeline_;
     rtcgst::Owned<GstElement> speakerSource_;  ///< appsrc before the probe
     rtcgst::Owned<GstElement> speakerSink_;
     rtcgst::Owned<GstElement> dsp_;    ///< the processor, when there is one
+    rtcgst::Owned<GstElement> probe_;  ///< the echo probe, with the processor
+    unsigned played_ = 0;              ///< buffers played, counted by play()
     rtcgst::Owned<GstElement> gated_;  ///< where the microphone is held back
     std::shared_ptr<Microphone> microphone_;
     std::unique_ptr<Stamps> speakerStamps_;
     std::mutex mutex_;
-    /// Set when the pipeline's latency must be worked out again: the playback
-    /// source can tell its latency only once sound flows, and elements announce
-    /// changes on the bus. play() does the work, off the pipeline's threads.
-    std::shared_ptr<std::atomic<bool>> latencyChanged_ = std::make_shared<std::atomic<bool>>(true);
     gulong gate_ = 0;
     bool decided_ = false;
 };
