@@ -7,6 +7,7 @@
 #include "VelmorinService/ChatWireCodec.h"
 #include "VelmorinService/ChatWireProtocol.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
+#include "VelmorinVideoChat/Utils/QXVCJSON.h"
 
 namespace velmorin::server {
 
@@ -120,11 +121,18 @@ std::string ChatRequestHandler::binaryFrame() const {
 }
 
 std::string ChatRequestHandler::handleText(std::string_view text) {
-    json request = json::parse(text, nullptr, false);
-    if (request.is_discarded() || !request.is_object()) {
+    auto parsed = qxvc::json::parse(text);
+    if (!parsed && qxvc::json::nestsTooDeep(text)) {
+        return dump(errorReply(
+            nullptr,
+            wireRefusal(kWireBadRequest, "bad_request: JSON nests deeper than " +
+                                             std::to_string(qxvc::json::kMaxDepth) + " levels")));
+    }
+    if (!parsed || !parsed->is_object()) {
         return dump(errorReply(
             nullptr, wireRefusal(kWireMalformedJson, "malformed_json: expected a JSON object")));
     }
+    const json& request = *parsed;
     json id = nullptr;
     try {
         const auto idField = request.find(kId);

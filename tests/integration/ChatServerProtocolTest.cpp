@@ -58,6 +58,9 @@ TEST(ChatServerProtocolTest, BadFramesGetErrorFramesAndDisturbNoOne) {
     ASSERT_TRUE(alice.login("alice").value("ok", false));
     ASSERT_TRUE(bob.login("bob").value("ok", false));
 
+    const std::string deepArray = std::string(60000, '[') + std::string(60000, ']');
+    json deepStart = sendRequest(kChannel, "STCA{\"a\":" + deepArray + "}");
+    deepStart["id"] = 12;
     struct Case {
         std::string frame;
         long code;
@@ -73,6 +76,9 @@ TEST(ChatServerProtocolTest, BadFramesGetErrorFramesAndDisturbNoOne) {
          velmorin::wire::kWireBadRequest, 9},
         {R"({"id":10})", velmorin::wire::kWireBadRequest, 10},
         {R"({"op":"send"})", velmorin::wire::kWireBadRequest, nullptr},
+        // Too deep to handle, as a whole frame or as a start sent in a channel.
+        {deepArray, velmorin::wire::kWireBadRequest, nullptr},
+        {deepStart.dump(), velmorin::wire::kWireBadRequest, 12},
         {"{\"op\":\"send\",\"id\":11,\"data\":\"" + std::string(300 * 1024, 'x') + "\"}",
          velmorin::wire::kWireFrameTooLarge, nullptr},
     };

@@ -6,6 +6,8 @@
 // answered with an error "frame_too_large" and otherwise ignored; the
 // connection carries on. Frames beyond kHardFrameLimitBytes close the
 // connection (WebSocket close code 1009). Binary frames get "binary_frame".
+// JSON that nests deeper than qxvc::json::kMaxDepth (64) levels, in a frame or
+// in the body of a sent "STCA"/"ENCA", is answered with "bad_request".
 //
 // Requests (client to server) carry "op" and a request id "id" (a JSON number
 // or string, echoed verbatim in the reply):
