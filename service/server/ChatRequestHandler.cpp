@@ -98,8 +98,12 @@ bool sameToken(const std::string& given, const std::string& expected) {
 }  // namespace
 
 ChatRequestHandler::ChatRequestHandler(ChatServicePtr service,
-                                       std::shared_ptr<const TokenMap> tokens, std::string storeId)
-    : service_(std::move(service)), tokens_(std::move(tokens)), storeId_(std::move(storeId)) {}
+                                       std::shared_ptr<const TokenMap> tokens, std::string storeId,
+                                       std::shared_ptr<LoginBackoff> backoff)
+    : service_(std::move(service)),
+      tokens_(std::move(tokens)),
+      storeId_(std::move(storeId)),
+      backoff_(std::move(backoff)) {}
 
 ChatRequestHandler::~ChatRequestHandler() {
     if (connectionId_ != 0) {
@@ -121,6 +125,7 @@ std::string ChatRequestHandler::binaryFrame() const {
 }
 
 std::string ChatRequestHandler::handleText(std::string_view text) {
+    replyDelay_ = LoginBackoff::Delay::zero();
     auto parsed = qxvc::json::parse(text);
     if (!parsed && qxvc::json::nestsTooDeep(text)) {
         return dump(errorReply(
@@ -187,6 +192,11 @@ json ChatRequestHandler::login(const json& request) {
     const auto user = service_->user(userId);
     if (account == tokens_->end() || !user || !sameToken(token, account->second)) {
         log(LogLevel::Warning, "refused a login as \"" + userId + "\" (unknown user or bad token)");
+        if (backoff_) {
+            ++connectionFailures_;
+            replyDelay_ =
+                std::max(backoff_->userFailed(userId), backoff_->delayAfter(connectionFailures_));
+        }
         throw wireRefusal(kWireUnauthorized, "unauthorized: unknown user or wrong token");
     }
     // Registered before the push payloads are taken: a message sent from now
