@@ -19,7 +19,8 @@
 //       ("limit" optional, at most kMaxFetchLimit, which is also the default)
 //   {"op":"take_push_payloads","id":5}
 // Nothing but "login" is accepted before a successful login, and "login" only
-// once per connection.
+// once per connection. The reply to a wrong login may be held back, and the
+// connection's next frames wait behind it (VelmorinService/LoginBackoff.h).
 //
 // Replies (server to client), exactly one per request:
 //   {"type":"reply","id":<id>,"ok":true,"result":{...}}
