@@ -4,11 +4,13 @@
 #                 ASan+UBSan and under TSan; ends with "N passed, N failed"
 #   make check  - fast: build and run the unit suite only
 #   make bench  - benchmarks (release build)
-#   make fuzz   - libFuzzer targets, FUZZ_SECONDS each (default 60)
+#   make fuzz   - libFuzzer targets, FUZZ_SECONDS each (default 60); FUZZ_TARGETS
+#                 names some of them (default: all)
 SHELL := /bin/bash
 JOBS ?= $(shell nproc)
 CMAKE_GEN := -G Ninja
 FUZZ_SECONDS ?= 60
+FUZZ_TARGETS ?=
 
 .PHONY: all deps build build-asan build-tsan build-release build-fuzz demo test check bench fuzz format tidy clean
 
@@ -52,7 +54,7 @@ bench: build-release
 	@scripts/run-bench build-release
 
 fuzz: build-fuzz
-	@scripts/run-fuzz build-fuzz $(FUZZ_SECONDS)
+	@scripts/run-fuzz build-fuzz $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
 format:
 	@git ls-files '*.h' '*.cpp' | xargs clang-format -i

@@ -70,14 +70,22 @@ bool PhoneController::placeCall(bool audioOnly, std::string& error) {
     auto options = makeCallOptions(audioOnly);
     auto log = log_;
     std::weak_ptr<PhoneController> weak = weak_from_this();
-    QXVCMain::startCallWithAudioOnly(audioOnly, options, [log, weak](QXDErrorPtr startError) {
-        auto call = QXVCMain::getActiveCall();
-        if (auto self = weak.lock(); self && call && !startError) {
-            call->viewIsReady();
-            self->remember(call);
-        }
-        log->event("startCallCompleted", startError ? nullptr : call, errorText(startError));
-    });
+    auto simultaneous = simultaneousStart_;
+    if (simultaneous) {
+        simultaneous->setStartUnderWay(true);
+    }
+    QXVCMain::startCallWithAudioOnly(
+        audioOnly, options, [log, weak, simultaneous](QXDErrorPtr startError) {
+            if (simultaneous) {
+                simultaneous->setStartUnderWay(false);
+            }
+            auto call = QXVCMain::getActiveCall();
+            if (auto self = weak.lock(); self && call && !startError) {
+                call->viewIsReady();
+                self->remember(call);
+            }
+            log->event("startCallCompleted", startError ? nullptr : call, errorText(startError));
+        });
     return true;
 }
 

@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "VelmorinVideoChat/Call/QXVCCallOptions.h"
+#include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
 #include "VelmorinVideoChat/QXVCMain.h"
 #include "VelmorinVideoChat/QXVCTypesInternal.h"
 
@@ -57,7 +58,8 @@ void PhoneController::install() {
         self->onEvent("didReceiveStartCall", call);
         if (call && call->operationMode() == QXVCOperationModeAutoAcceptSimultaneousStartCall) {
             // The library accepts this one itself, with the views of our own
-            // start, which are in place.
+            // start, which are in place: say so before its accept runs (it runs
+            // right after this when our start's refusal came first).
             call->viewIsReady();
             return;
         }
@@ -118,6 +120,11 @@ void PhoneController::install() {
     };
     QXVCMain::setVideoViewDelegate(viewDelegate_);
 
+    if (options_.autoAcceptSimultaneous) {
+        simultaneousStart_ = std::make_shared<PhoneSimultaneousStart>(options_.channel, log_);
+        QXDMain::addChannelDelegate(simultaneousStart_, PhoneSimultaneousStart::kIdentifier);
+    }
+
     frameWatch_ = std::thread([this] { watchFrames(); });
 }
 
@@ -130,6 +137,9 @@ void PhoneController::shutdown() {
         QXVCMain::removeVideoChatDelegateWithIdentifier("qxvc-phone");
         QXVCMain::removeVideoViewDelegate();
         chatDelegate_.reset();
+    }
+    if (simultaneousStart_) {
+        QXDMain::removeChannelDelegate(PhoneSimultaneousStart::kIdentifier);
     }
 }
 

@@ -15,6 +15,7 @@
 #include "PhoneCommand.h"
 #include "PhoneEventLog.h"
 #include "PhoneOptions.h"
+#include "PhoneSimultaneousStart.h"
 #include "VelmorinVideoChat/Call/QXVCCall.h"
 #include "VelmorinVideoChat/Delegates/QXVCVideoChatDelegate.h"
 #include "VelmorinVideoChat/Delegates/QXVCVideoViewDelegate.h"
@@ -65,6 +66,7 @@ class PhoneController : public std::enable_shared_from_this<PhoneController> {
     const std::shared_ptr<PhoneEventLog> log_;
     QXVCVideoChatDelegatePtr chatDelegate_;
     QXVCVideoViewDelegatePtr viewDelegate_;
+    std::shared_ptr<PhoneSimultaneousStart> simultaneousStart_;  // with auto-accept only
 
     mutable std::mutex mutex_;
     QXVCCallPtr current_;

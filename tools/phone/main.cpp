@@ -18,6 +18,7 @@
 #include "RTCGstPlatform.h"
 #include "VelmorinChat/QXDWebSocketChatClient.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
+#include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
 #include "VelmorinVideoChat/QXVCMain.h"
 
 namespace {
@@ -129,6 +130,11 @@ int main(int argc, char** argv) {
     chatOptions.port = options.port;
     chatOptions.userId = options.user;
     chatOptions.token = options.token;
+    // Events and completions in the order they came off the wire, on one
+    // thread: the library and the phone see an incoming start and the refusal
+    // of their own start in that order (PhoneSimultaneousStart.h).
+    chatOptions.eventQueue = QXVCSerialQueue::create("qxvc-phone.chat");
+    chatOptions.callbackQueue = chatOptions.eventQueue;
     auto client = QXDWebSocketChatClient::create(chatOptions);
     if (!client) {
         std::fprintf(stderr, "qxvc-phone: cannot create the chat client\n");
