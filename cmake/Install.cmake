@@ -24,6 +24,10 @@ function(velmorin_install_library target export_name)
   endif()
   set_target_properties(${target} PROPERTIES EXPORT_NAME ${export_name}
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+  if(BUILD_SHARED_LIBS)
+    # A shared library finds the ones it stands on beside it, wherever the prefix is.
+    set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  endif()
   if(export_name STREQUAL "VelmorinVideoChat")
     set(export_set VelmorinVideoChatTargets)
   else()
