@@ -25,8 +25,7 @@ int run(int argc, char** argv) {
         return 0;
     }
     if (!commandLine.config) {
-        std::cerr << "velmorin-chat-server: " << commandLine.error
-                  << " (velmorin-chat-server --help lists the options)\n";
+        std::cerr << "velmorin-chat-server: " << commandLine.error << "; see --help\n";
         return 2;
     }
     const ServerConfig& config = *commandLine.config;

@@ -91,7 +91,7 @@ const std::vector<PhoneFlag>& phoneFlags() {
         {"--push-file", "FILE", "a push payload (JSON object or array) to handle",
          store(&PhoneOptions::pushFile)},
         {"--push-mode", "handle|build",
-         "handleNotification or buildCallFromNotification, then accept (default: handle)",
+         "handleNotification or buildCallFromNotification (default: handle)",
          [](PhoneOptions& o, const std::string& v) {
              if (v != "handle" && v != "build") {
                  return "wants handle or build, got '" + v + "'";
