@@ -19,8 +19,10 @@ all: build
 deps:
 	@scripts/install-deps
 
+CONFIGURE_BUILD = cmake -S . -B build $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+
 build: deps
-	@cmake -S . -B build $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@$(CONFIGURE_BUILD)
 	@cmake --build build -j $(JOBS)
 
 build-asan: deps
@@ -39,7 +41,10 @@ build-fuzz: deps
 	@CC=clang CXX=clang++ cmake -S . -B build-fuzz $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELMORIN_BUILD_FUZZ=ON >/dev/null
 	@cmake --build build-fuzz -j $(JOBS)
 
-demo: build
+# Only the demo and the programs it starts, not the test suites.
+demo: deps
+	@$(CONFIGURE_BUILD)
+	@cmake --build build -j $(JOBS) --target qxvc-demo
 	@scripts/run-demo build
 
 check: build

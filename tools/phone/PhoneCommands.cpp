@@ -8,14 +8,6 @@
 #include "VelmorinVideoChat/Call/QXVCCallOptions.h"
 #include "VelmorinVideoChat/QXVCMain.h"
 
-namespace {
-
-std::string errorText(const QXDErrorPtr& error) {
-    return error ? "error=" + std::to_string(error->code()) : "error=0";
-}
-
-}  // namespace
-
 bool PhoneController::run(const PhoneCommand& command, std::string& error) {
     const auto& name = command.name;
     if (name == "call") {
@@ -84,7 +76,7 @@ bool PhoneController::placeCall(bool audioOnly, std::string& error) {
                 call->viewIsReady();
                 self->remember(call);
             }
-            log->event("startCallCompleted", startError ? nullptr : call, errorText(startError));
+            log->completion("startCallCompleted", startError ? nullptr : call, startError);
         });
     return true;
 }
@@ -101,7 +93,7 @@ bool PhoneController::endCall(std::string& error) {
     auto log = log_;
     std::weak_ptr<QXVCCall> weakCall = call;
     call->endWithCompletionHandler([log, weakCall](QXDErrorPtr endError) {
-        log->event("endCompleted", weakCall.lock(), errorText(endError));
+        log->completion("endCompleted", weakCall.lock(), endError);
     });
     return true;
 }

@@ -21,10 +21,6 @@ std::string endFields(const QXVCCallPtr& call) {
            " ender=" + call->enderId().value_or("-");
 }
 
-std::string errorField(const QXDErrorPtr& error) {
-    return error ? "error=" + std::to_string(error->code()) : "error=0";
-}
-
 }  // namespace
 
 std::shared_ptr<PhoneController> PhoneController::create(PhoneOptions options,
@@ -199,7 +195,7 @@ void PhoneController::accept(const QXVCCallPtr& call) {
     auto log = log_;
     std::weak_ptr<QXVCCall> weakCall = call;
     call->acceptWithOptions(options, [log, weakCall](QXDErrorPtr error) {
-        log->event("acceptCompleted", weakCall.lock(), errorField(error));
+        log->completion("acceptCompleted", weakCall.lock(), error);
     });
 }
 
