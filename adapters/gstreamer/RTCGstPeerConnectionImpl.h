@@ -35,6 +35,25 @@ struct RTCGstRef {
 };
 using RTCGstRefPtr = std::shared_ptr<RTCGstRef>;
 
+/// A signal handler's data: its own reference to the connection's RTCGstRef.
+/// GLib hands it to whichever thread emits the signal; the release/acquire
+/// pair orders that hand-off for every reader, since GLib's own locks are
+/// invisible to ThreadSanitizer.
+class RTCGstHandlerData {
+  public:
+    explicit RTCGstHandlerData(RTCGstRefPtr ref) : ref_(std::move(ref)) {
+        published_.store(true, std::memory_order_release);
+    }
+    const RTCGstRefPtr& ref() const {
+        (void)published_.load(std::memory_order_acquire);
+        return ref_;
+    }
+
+  private:
+    RTCGstRefPtr ref_;
+    std::atomic<bool> published_{false};
+};
+
 /// A reference to an appsrc that outlives removal from the track's sinks.
 struct RTCGstAppSrc {
     explicit RTCGstAppSrc(GstElement* appsrc) : element(appsrc) {}
@@ -134,7 +153,7 @@ struct RTCGstPeerConnection::Impl {
     /// Connects a handler whose `data` is a reference to `ref`, released with it.
     static void connect(gpointer instance, const char* signal, GCallback handler,
                         const RTCGstRefPtr& ref);
-    // GStreamer signal handlers; `data` is an RTCGstRefPtr.
+    // GStreamer signal handlers; `data` is an RTCGstHandlerData.
     static void onDeepElementAdded(GstBin* bin, GstBin* sub, GstElement* element, gpointer data);
     static void onIceCandidateSignal(GstElement* webrtc, guint mline, gchar* candidate,
                                      gpointer data);
@@ -148,7 +167,9 @@ struct RTCGstPeerConnection::Impl {
 
     /// Posts `task` to the signalling queue if the connection is still alive.
     static void post(const RTCGstRef& ref, std::function<void(RTCGstPeerConnection&)> task);
-    static const RTCGstRef& refOf(gpointer data) { return **static_cast<RTCGstRefPtr*>(data); }
+    static const RTCGstRef& refOf(gpointer data) {
+        return *static_cast<const RTCGstHandlerData*>(data)->ref();
+    }
     /// Calls the delegate on the signalling queue (skipped once closed).
     void notify(std::function<void(RTCPeerConnectionDelegate&, const RTCPeerConnectionPtr&)> call);
 };

@@ -51,8 +51,13 @@ void Impl::countPackets(GstPad* pad, const std::shared_ptr<RTCGstCounters>& coun
 void Impl::connect(gpointer instance, const char* signal, GCallback handler,
                    const RTCGstRefPtr& ref) {
     g_signal_connect_data(
-        instance, signal, handler, new RTCGstRefPtr(ref),
-        [](gpointer data, GClosure*) { delete static_cast<RTCGstRefPtr*>(data); }, GConnectFlags{});
+        instance, signal, handler, new RTCGstHandlerData(ref),
+        [](gpointer data, GClosure*) {
+            auto* held = static_cast<RTCGstHandlerData*>(data);
+            (void)held->ref();  // ordered after its making
+            delete held;
+        },
+        GConnectFlags{});
 }
 
 void Impl::post(const RTCGstRef& ref, std::function<void(RTCGstPeerConnection&)> task) {
@@ -111,7 +116,7 @@ void Impl::onDeepElementAdded(GstBin*, GstBin*, GstElement* element, gpointer da
             impl.dtlsDecoders.push_back(rtcgst::ref(element));
         }
         connect(element, "notify::connection-state", G_CALLBACK(onDtlsNotify),
-                *static_cast<RTCGstRefPtr*>(data));
+                static_cast<const RTCGstHandlerData*>(data)->ref());
     } else if (name == "nicesrc") {
         if (GstPad* pad = gst_element_get_static_pad(element, "src")) {
             countPackets(pad, impl.counters, &RTCGstCounters::packets, true);

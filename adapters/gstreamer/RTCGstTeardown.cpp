@@ -31,6 +31,9 @@ struct Retiring {
     double waited = 0;
     QXVCTimerPtr timer;
 
+    /// Also when the engine's queue goes away with the poll still pending.
+    ~Retiring() { finish(); }
+
     /// Stops media. Signalling queue, never an agent's own thread: stopping
     /// webrtcbin joins it.
     void stop() {
