@@ -2,12 +2,14 @@
 
 #include <gst/gst.h>
 
+#include <chrono>
 #include <map>
 
 #include "RTCGstCapturer.h"
 #include "RTCGstCertificates.h"
 #include "RTCGstMedia.h"
 #include "RTCGstPeerConnection.h"
+#include "RTCGstWarmUp.h"
 #include "Utils/QXVCSafeCall.h"
 
 namespace {
@@ -74,6 +76,7 @@ std::shared_ptr<RTCGstPlatform> RTCGstPlatform::create(Options options) {
     if (!gst_init_check(nullptr, nullptr, nullptr) || !hasElements()) {
         return nullptr;
     }
+    RTCGstWarmUp::begin();
     return std::make_shared<RTCGstPlatform>(options);
 }
 
@@ -103,6 +106,16 @@ RTCGstPlatform::RTCGstPlatform(Options options)
 
 RTCGstPlatform::~RTCGstPlatform() {
     audioSession_->setChangeHandler(nullptr);
+}
+
+bool RTCGstPlatform::waitUntilPrepared(double seconds) const {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    if (!RTCGstWarmUp::waitUntilDone(seconds)) {
+        return false;
+    }
+    double left =
+        std::chrono::duration<double>(deadline - std::chrono::steady_clock::now()).count();
+    return certificates_->waitUntilFull(left);
 }
 
 RTCPeerConnectionFactoryPtr RTCGstPlatform::peerConnectionFactory(

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <iostream>
 #include <sstream>
+#include <thread>
 
 #include "PhoneCommand.h"
 #include "PhoneController.h"
@@ -135,6 +136,13 @@ int main(int argc, char** argv) {
         finish(1);
     }
     RTCPlatform::install(engine);
+    // Says when the engine's work ahead of calls (plugins, DTLS, certificates)
+    // is done; benchmarks read it.
+    std::thread([engine, log] {
+        if (engine->waitUntilPrepared(60)) {
+            log->stamped("INFO", "engine=prepared");
+        }
+    }).detach();
     QXVCMain::setLogLevel(options.logLevel);
     if (options.startCallTimeout > 0) {
         QXVCMain::setStartCallTimeout(options.startCallTimeout);
