@@ -29,9 +29,26 @@ struct RTCGstCounters {
 /// freed memory; once `live` is false (the connection failed or closed) they
 /// do nothing.
 struct RTCGstRef {
-    explicit RTCGstRef(std::weak_ptr<RTCGstPeerConnection> owner) : pc(std::move(owner)) {}
-    const std::weak_ptr<RTCGstPeerConnection> pc;
+    explicit RTCGstRef(std::weak_ptr<RTCGstPeerConnection> owner) : pc_(std::move(owner)) {}
+    ~RTCGstRef() { (void)looks_.load(std::memory_order_acquire); }
+    RTCGstRef(const RTCGstRef&) = delete;
+    RTCGstRef& operator=(const RTCGstRef&) = delete;
+
+    /// The connection, if it still exists. The last reference to this object
+    /// is often dropped by GLib on another thread than the callback that looked
+    /// through it; the release here and the acquire in the destructor order
+    /// that look before the release of `pc_` (GLib's own locks are invisible
+    /// to ThreadSanitizer).
+    std::shared_ptr<RTCGstPeerConnection> lock() const {
+        auto pc = pc_.lock();
+        looks_.fetch_add(1, std::memory_order_release);
+        return pc;
+    }
     std::atomic<bool> live{true};
+
+  private:
+    const std::weak_ptr<RTCGstPeerConnection> pc_;
+    mutable std::atomic<unsigned> looks_{0};
 };
 using RTCGstRefPtr = std::shared_ptr<RTCGstRef>;
 

@@ -64,11 +64,11 @@ void Impl::post(const RTCGstRef& ref, std::function<void(RTCGstPeerConnection&)>
     if (!ref.live) {
         return;
     }
-    auto pc = ref.pc.lock();
+    auto pc = ref.lock();
     if (!pc || pc->closed_) {
         return;
     }
-    pc->queue_->async([weak = ref.pc, task = std::move(task)] {
+    pc->queue_->async([weak = std::weak_ptr<RTCGstPeerConnection>(pc), task = std::move(task)] {
         auto strong = weak.lock();
         if (strong && !strong->closed_ && strong->impl_->webrtc) {
             task(*strong);
@@ -100,7 +100,7 @@ std::pair<rtcgst::GstRef<>, rtcgst::GstRef<>> Impl::pipelineAndWebrtc() const {
 
 void Impl::onDeepElementAdded(GstBin*, GstBin*, GstElement* element, gpointer data) {
     const RTCGstRef& ref = refOf(data);
-    auto pc = ref.pc.lock();
+    auto pc = ref.lock();
     if (!pc || !ref.live) {
         return;
     }
@@ -152,7 +152,7 @@ void Impl::onPadAddedSignal(GstElement*, GstPad* pad, gpointer data) {
         return;
     }
     const RTCGstRef& ref = refOf(data);
-    auto pc = ref.live ? ref.pc.lock() : nullptr;
+    auto pc = ref.live ? ref.lock() : nullptr;
     if (pc && !pc->closed_) {
         pc->impl_->onPadAdded(pad);
     }
