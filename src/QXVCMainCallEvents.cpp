@@ -94,6 +94,10 @@ bool QXVCMain::isCalling() {
     return state().isCalling.load();
 }
 
+bool QXVCMain::trySetCalling() {
+    return !state().isCalling.exchange(true);
+}
+
 void QXVCMain::clearInstanceWithCall(const QXVCCallPtr& call) {
     if (!call) {
         return;

@@ -120,8 +120,8 @@ void QXVCMain::startCallWithAudioOnly(bool audioOnly, const QXVCCallOptionsPtr& 
                                                 QXVCErrorVelmorinConnectionRequired));
         return;
     }
-    // Test and set in one step, so two racing starts cannot both pass.
-    if (state().isCalling.exchange(true)) {
+    // Test and set in one step, so two racing starts (or accepts) cannot both pass.
+    if (!trySetCalling()) {
         report(completionHandler,
                QXVCMakeError(QXVCErrorInvalidAction, QXVCErrorInvalidAction,
                              "Another call cannot be started while an active call is in "

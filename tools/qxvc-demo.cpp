@@ -8,10 +8,11 @@
 // phones' callbacks on one timeline, the call's figures, what the speech and
 // the pictures went through, and the signalling the server stored; it writes
 // each side's received audio as WAV and both remote views as PNGs, before and
-// after the camera switch. Exits non-zero when a step failed; stops every
-// process it started.
+// after the camera switch, all in a new folder of its own. Exits non-zero when a step failed; stops
+// every process it started.
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <mutex>
@@ -223,6 +224,38 @@ bool Demo::run() {
     return ok;
 }
 
+/// A new folder inside `parent` (made when missing) for this run's logs, config,
+/// database and PNGs. The demo only ever creates: whatever `parent` held before
+/// stays as it was. "" with the reason in `error` when no folder can be made.
+std::string freshRunFolder(const std::string& parent, std::string& error) {
+    std::error_code fsError;
+    std::filesystem::create_directories(parent, fsError);
+    if (fsError) {
+        error = fsError.message();
+        return {};
+    }
+    const std::time_t now = std::time(nullptr);
+    std::tm utc{};
+    gmtime_r(&now, &utc);
+    char stamp[32];
+    std::strftime(stamp, sizeof stamp, "run-%Y%m%d-%H%M%S", &utc);
+    for (int attempt = 1; attempt < 100; ++attempt) {
+        const std::string name =
+            attempt == 1 ? std::string(stamp) : std::string(stamp) + "-" + std::to_string(attempt);
+        const auto path = std::filesystem::path(parent) / name;
+        // create_directory is false, without an error, when the name is taken.
+        if (std::filesystem::create_directory(path, fsError)) {
+            return path.string();
+        }
+        if (fsError) {
+            error = fsError.message();
+            return {};
+        }
+    }
+    error = "too many runs started this second";
+    return {};
+}
+
 void onSignal(int) {
     // coturn, the chat server and the phones die with us (PR_SET_PDEATHSIG).
     std::_Exit(130);
@@ -232,19 +265,26 @@ void onSignal(int) {
 
 int main(int argc, char** argv) {
     started = std::chrono::steady_clock::now();
-    std::string out = "out/demo";
-    if (argc == 3 && std::string(argv[1]) == "--out") {
-        out = argv[2];
+    std::string parent = "out/demo";
+    const std::string flag = argc > 1 ? argv[1] : "";
+    if (argc == 3 && flag == "--out") {
+        parent = argv[2];
+    } else if (argc == 2 && flag.rfind("--out=", 0) == 0) {
+        parent = flag.substr(6);
+    } else if (argc == 2 && (flag == "--help" || flag == "-h")) {
+        std::printf(
+            "usage: qxvc-demo [--out DIR]   each run writes into a new DIR/run-<UTC time>\n"
+            "                               (default DIR: out/demo)\n");
+        return 0;
     } else if (argc != 1) {
-        std::fprintf(stderr, "usage: qxvc-demo [--out DIR]   (default DIR: out/demo)\n");
+        std::fprintf(stderr, "qxvc-demo: unexpected argument '%s' (the only flag is --out DIR)\n",
+                     argv[1]);
         return 2;
     }
-    std::error_code fsError;
-    std::filesystem::remove_all(out, fsError);
-    std::filesystem::create_directories(out, fsError);
-    if (fsError) {
-        std::fprintf(stderr, "qxvc-demo: cannot prepare %s: %s\n", out.c_str(),
-                     fsError.message().c_str());
+    std::string error;
+    const std::string out = freshRunFolder(parent, error);
+    if (out.empty()) {
+        std::fprintf(stderr, "qxvc-demo: --out %s: %s\n", parent.c_str(), error.c_str());
         return 2;
     }
     std::signal(SIGINT, onSignal);

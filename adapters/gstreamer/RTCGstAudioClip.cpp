@@ -66,7 +66,7 @@ void needData(GstAppSrc* appsrc, guint /*length*/, gpointer data) {
 std::shared_ptr<const RTCGstAudioClip> RTCGstAudioClip::decode(const std::string& path,
                                                                std::string& error) {
     GError* parseError = nullptr;
-    auto pipeline = rtcgst::adopt(gst_parse_launch(
+    auto pipeline = rtcgst::sink(gst_parse_launch(
         (std::string("filesrc name=src ! decodebin ! audioconvert ! audioresample ! ") + kPcmCaps +
          " ! appsink name=sink sync=false")
             .c_str(),

@@ -35,7 +35,7 @@ std::vector<RTCGstAudioEndpoint> scanClass(const char* deviceClass) {
     GList* devices = gst_device_monitor_get_devices(monitor.get());
     for (GList* item = devices; item; item = item->next) {
         auto* device = GST_DEVICE(item->data);
-        auto element = rtcgst::adopt(gst_device_create_element(device, nullptr));
+        auto element = rtcgst::sink(gst_device_create_element(device, nullptr));
         if (!element ||
             !g_object_class_find_property(G_OBJECT_GET_CLASS(element.get()), "device")) {
             continue;

@@ -98,7 +98,7 @@ std::shared_ptr<RTCGstAudioIO> RTCGstAudioIO::start(const RTCGstMicrophonePlan& 
     io->microphone_ = std::make_shared<Microphone>();
     io->speakerStamps_ = std::make_unique<Stamps>();
     io->pipeline_ =
-        rtcgst::adopt(gst_pipeline_new(("velmorin-audio-" + std::to_string(number)).c_str()));
+        rtcgst::sink(gst_pipeline_new(("velmorin-audio-" + std::to_string(number)).c_str()));
     GstBin* bin = GST_BIN(io->pipeline_.get());
     rtcgst::OwnedCaps pcm(gst_caps_from_string(kPcmCaps));
 

@@ -48,7 +48,7 @@ struct VideoSinkData {
 };
 
 struct StartData {
-    RTCGstRef* ref;
+    RTCGstRefPtr ref;
     std::weak_ptr<RTCGstRtpTransceiver> transceiver;
 };
 
@@ -99,7 +99,7 @@ void Impl::buildBranch(RTCGstBranch& branch, int mline, int pt) {
     gst_object_unref(capsfilter);
     branch.encoder = gst_bin_get_by_name(GST_BIN(bin), "enc");
     branch.volume = video ? nullptr : gst_bin_get_by_name(GST_BIN(bin), "vol");
-    gst_bin_add(GST_BIN(pipeline), bin);
+    gst_bin_add(GST_BIN(pipeline.get()), bin);
     std::string padName = "sink_" + std::to_string(mline);
     GstPad* sinkPad = gst_element_request_pad_simple(webrtc, padName.c_str());
     GstPad* srcPad = gst_element_get_static_pad(bin, "src");
@@ -146,7 +146,7 @@ void Impl::buildBranch(RTCGstBranch& branch, int mline, int pt) {
             }
         });
         branch.transceiver->gstSender()->setParametersHandler([r = ref] {
-            Impl::post(r, [](RTCGstPeerConnection& owner) {
+            Impl::post(*r, [](RTCGstPeerConnection& owner) {
                 std::lock_guard lock(owner.impl_->mutex);
                 for (auto& b : owner.impl_->branches) {
                     owner.impl_->applyBitrate(b);
@@ -156,10 +156,10 @@ void Impl::buildBranch(RTCGstBranch& branch, int mline, int pt) {
     } else {
         auto audioTrack = std::dynamic_pointer_cast<RTCGstAudioTrack>(track);
         branch.listenerId = audioTrack->listeners().add([r = ref] {
-            Impl::post(r, [](RTCGstPeerConnection& owner) { owner.impl_->updateAudioMute(); });
+            Impl::post(*r, [](RTCGstPeerConnection& owner) { owner.impl_->updateAudioMute(); });
         });
         branch.transceiver->gstSender()->setParametersHandler([r = ref] {
-            Impl::post(r, [](RTCGstPeerConnection& owner) {
+            Impl::post(*r, [](RTCGstPeerConnection& owner) {
                 std::lock_guard lock(owner.impl_->mutex);
                 for (auto& b : owner.impl_->branches) {
                     owner.impl_->applyBitrate(b);
@@ -287,7 +287,8 @@ void Impl::updateNegotiated() {
     if (!localDesc || pc.signaling_.load() != RTCSignalingStateStable) {
         return;
     }
-    auto lines = rtcgst::mediaLines(localDesc->sdp());
+    auto message = rtcgst::parseSdp(localDesc->sdp());
+    auto lines = message ? rtcgst::mediaLines(message.get()) : std::vector<rtcgst::MediaLine>{};
     std::lock_guard lock(mutex);
     for (auto& branch : branches) {
         if (branch.mline >= 0 && static_cast<size_t>(branch.mline) < lines.size()) {
@@ -298,6 +299,13 @@ void Impl::updateNegotiated() {
 }
 
 void Impl::onPadAdded(GstPad* pad) {
+    // A streaming thread: the connection may fail or close meanwhile. The
+    // branch goes into the pipeline held here; a pipeline already torn down
+    // gets none.
+    auto pipe = pipelineAndWebrtc().first;
+    if (!pipe || !ref->live) {
+        return;
+    }
     GstCaps* caps = gst_pad_get_current_caps(pad);
     if (!caps) {
         caps = gst_pad_query_caps(pad, nullptr);
@@ -393,7 +401,7 @@ void Impl::onPadAdded(GstPad* pad) {
         [](GstPad*, GstPadProbeInfo*, gpointer user) -> GstPadProbeReturn {
             auto* d = static_cast<StartData*>(user);
             auto weak = d->transceiver;
-            post(d->ref, [weak](RTCGstPeerConnection& owner) {
+            post(*d->ref, [weak](RTCGstPeerConnection& owner) {
                 if (auto t = weak.lock()) {
                     owner.impl_->notify(
                         [t](RTCPeerConnectionDelegate& delegate, const RTCPeerConnectionPtr& p) {
@@ -405,7 +413,7 @@ void Impl::onPadAdded(GstPad* pad) {
         },
         new StartData{ref, transceiver},
         [](gpointer user) { delete static_cast<StartData*>(user); });
-    gst_bin_add(GST_BIN(pipeline), bin);
+    gst_bin_add(GST_BIN(pipe.get()), bin);
     gst_element_sync_state_with_parent(bin);
     GstPad* binSink = gst_element_get_static_pad(bin, "sink");
     if (gst_pad_link(pad, binSink) != GST_PAD_LINK_OK) {

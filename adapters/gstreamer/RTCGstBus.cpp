@@ -9,7 +9,7 @@
 using Impl = RTCGstPeerConnection::Impl;
 
 GstBusSyncReply Impl::onBusMessage(GstBus*, GstMessage* message, gpointer data) {
-    auto* ref = static_cast<RTCGstRef*>(data);
+    const RTCGstRef& ref = refOf(data);
     switch (GST_MESSAGE_TYPE(message)) {
         case GST_MESSAGE_LATENCY:
             Impl::post(ref, [](RTCGstPeerConnection& pc) { pc.impl_->recalculateLatency(); });
@@ -32,12 +32,18 @@ GstBusSyncReply Impl::onBusMessage(GstBus*, GstMessage* message, gpointer data) 
 }
 
 void Impl::watchBus() {
-    rtcgst::Owned<GstBus> bus(gst_element_get_bus(pipeline));
-    gst_bus_set_sync_handler(bus.get(), onBusMessage, ref, nullptr);
+    rtcgst::Owned<GstBus> bus(gst_element_get_bus(pipeline.get()));
+    gst_bus_set_sync_handler(bus.get(), onBusMessage, new RTCGstHandlerData(ref),
+                             [](gpointer data) {
+                                 auto* held = static_cast<RTCGstHandlerData*>(data);
+                                 (void)held->ref();  // ordered after its making
+                                 delete held;
+                             });
 }
 
 void Impl::recalculateLatency() {
-    if (pipeline) {
-        gst_bin_recalculate_latency(GST_BIN(pipeline));
+    auto [held, bin] = pipelineAndWebrtc();
+    if (held) {
+        gst_bin_recalculate_latency(GST_BIN(held.get()));
     }
 }

@@ -204,7 +204,7 @@ void RTCGstCameraVideoCapturer::startCaptureWithDevice(const RTCCaptureDevicePtr
         return;
     }
     std::string error;
-    auto pipeline = rtcgst::adopt(makePipeline(source, error));
+    auto pipeline = rtcgst::sink(makePipeline(source, error));
     if (!pipeline) {
         fail(error);
         return;

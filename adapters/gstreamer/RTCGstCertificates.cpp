@@ -8,6 +8,7 @@
 #include <openssl/x509.h>
 
 #include <algorithm>
+#include <chrono>
 #include <vector>
 
 struct RTCGstCertificates::Key {
@@ -74,6 +75,12 @@ void RTCGstCertificates::run() {
 size_t RTCGstCertificates::readyCount() const {
     std::lock_guard lock(mutex_);
     return pool_.size();
+}
+
+bool RTCGstCertificates::waitUntilFull(double seconds) const {
+    std::unique_lock lock(mutex_);
+    return cv_.wait_for(lock, std::chrono::duration<double>(std::max(seconds, 0.0)),
+                        [&] { return pool_.size() >= readyKeys_; });
 }
 
 std::shared_ptr<RTCGstCertificates::Key> RTCGstCertificates::makeKey(RTCKeyType keyType) {

@@ -29,6 +29,8 @@ class RTCGstCertificates {
     RTCCertificatePtr generate(RTCKeyType keyType, int64_t expiresMs);
     /// Keys waiting in the pool.
     size_t readyCount() const;
+    /// Waits at most `seconds` until the pool holds every key it keeps ready.
+    bool waitUntilFull(double seconds) const;
 
     /// SHA-256 of the DER certificate in `pem`, as "AB:CD:..."; nullopt if `pem`
     /// holds no certificate. `algorithm` may also be "sha-1", "sha-384", "sha-512".
@@ -43,7 +45,7 @@ class RTCGstCertificates {
 
     const size_t readyKeys_;
     mutable std::mutex mutex_;
-    std::condition_variable cv_;
+    mutable std::condition_variable cv_;
     std::deque<std::shared_ptr<Key>> pool_;
     bool stop_ = false;
     std::thread thread_;

@@ -170,7 +170,14 @@ void Impl::fail(const std::string& reason) {
         return;
     }
     failed = true;
+    ref->live = false;
     RTCLogEx(RTCLoggingSeverityError, "Peer connection failed: " + reason);
+    // The media path goes with the pipeline: a connection whose ICE had
+    // connected reports the loss first, as a path that breaks does.
+    auto reported = pc.ice_.load();
+    if (reported == RTCIceConnectionStateConnected || reported == RTCIceConnectionStateCompleted) {
+        reportIce(RTCIceConnectionStateDisconnected);
+    }
     reportIce(RTCIceConnectionStateFailed);
     updateConnectionState();
     tearDown();

@@ -1,5 +1,5 @@
-// Owners of GStreamer and GLib handles, so that every reference the engine
-// takes is given back on every path.
+// Owning holders for GStreamer and GLib handles: whoever holds one releases
+// it by letting go of the holder, never by hand.
 #pragma once
 
 #include <gst/gst.h>
@@ -9,34 +9,52 @@
 
 namespace rtcgst {
 
-struct ObjectUnref {
-    void operator()(gpointer object) const {
-        if (object) {
-            gst_object_unref(object);
+/// Calls `Release` on a handle that is not null.
+template <auto Release>
+struct Releaser {
+    template <typename T>
+    void operator()(T* handle) const {
+        if (handle) {
+            Release(handle);
         }
     }
 };
 
-/// A full reference to a GstObject (element, pad, bus, monitor, ...).
+/// One reference to a GstObject: an element, a pad, a webrtcbin transceiver.
+template <typename T = GstElement>
+using GstRef = std::unique_ptr<T, Releaser<gst_object_unref>>;
+/// One reference to a plain GObject (a NiceAgent, webrtcbin's ICE object).
 template <typename T>
-using Owned = std::unique_ptr<T, ObjectUnref>;
+using GObjectRef = std::unique_ptr<T, Releaser<g_object_unref>>;
+using CapsRef = std::unique_ptr<GstCaps, Releaser<gst_caps_unref>>;
+using StructureRef = std::unique_ptr<GstStructure, Releaser<gst_structure_free>>;
+using ErrorRef = std::unique_ptr<GError, Releaser<g_error_free>>;
+using TextRef = std::unique_ptr<gchar, Releaser<g_free>>;
 
-/// Takes a newly made element (floating reference) into an owner.
+/// The same, by the names the media devices use.
+template <typename T = GstElement>
+using Owned = GstRef<T>;
+using OwnedCaps = CapsRef;
+
+/// A new reference to `object` (null stays null).
 template <typename T>
-Owned<T> adopt(T* floating) {
-    return Owned<T>(floating ? static_cast<T*>(gst_object_ref_sink(floating)) : nullptr);
+GstRef<T> ref(T* object) {
+    return GstRef<T>(object ? static_cast<T*>(gst_object_ref(object)) : nullptr);
 }
 
-struct CapsUnref {
-    void operator()(GstCaps* caps) const {
-        if (caps) {
-            gst_caps_unref(caps);
-        }
-    }
-};
-using OwnedCaps = std::unique_ptr<GstCaps, CapsUnref>;
+/// Takes over a reference the caller already owns (a "transfer full" result).
+template <typename T>
+GstRef<T> adopt(T* object) {
+    return GstRef<T>(object);
+}
 
-/// A string GLib allocated.
+/// Takes over a newly made object, sinking its floating reference.
+template <typename T>
+GstRef<T> sink(T* object) {
+    return GstRef<T>(object ? static_cast<T*>(gst_object_ref_sink(object)) : nullptr);
+}
+
+/// A string GLib allocated, filled in by g_object_get.
 class GChars {
   public:
     GChars() = default;

@@ -52,7 +52,6 @@ RTCSignalingState signalingFromGst(int state) {
 /// One webrtcbin promise: its reply is handled on the signalling queue; a promise
 /// dropped unanswered (pipeline stopped) still finishes the operation.
 struct PromiseContext {
-    RTCGstRef* ref;
     std::shared_ptr<QXVCSerialQueue> queue;
     std::function<void(GstStructure* reply, QXDErrorPtr error)> handle;  // signalling queue
     std::atomic<bool> answered{false};
@@ -102,7 +101,7 @@ std::shared_ptr<RTCGstPeerConnection> RTCGstPeerConnection::create(
         return nullptr;
     }
     auto pc = std::make_shared<RTCGstPeerConnection>(platform, configuration, delegate);
-    pc->impl_->ref = new RTCGstRef{pc};
+    pc->impl_->ref = std::make_shared<RTCGstRef>(pc);
     if (!pc->impl_->setUp(*configuration)) {
         pc->closed_ = true;
         return nullptr;
@@ -166,7 +165,7 @@ void createDescription(RTCGstPeerConnection::Impl& impl,
                        std::shared_ptr<RTCGstPeerConnection> self,
                        std::function<void(RTCSessionDescriptionPtr, QXDErrorPtr)> finish) {
     const bool offer = type == RTCSdpTypeOffer;
-    auto* context = new PromiseContext{impl.ref, queue, nullptr};
+    auto* context = new PromiseContext{queue, nullptr};
     context->handle = [&impl, self = std::move(self), finish = std::move(finish), type, offer](
                           GstStructure* reply, QXDErrorPtr error) {
         GstWebRTCSessionDescription* desc = nullptr;
@@ -177,14 +176,12 @@ void createDescription(RTCGstPeerConnection::Impl& impl,
         }
         RTCSessionDescriptionPtr sdp;
         if (desc) {
-            gchar* text = gst_sdp_message_as_text(desc->sdp);
-            std::string fixed = rtcgst::replaceFingerprints(text, impl.localFingerprint);
+            rtcgst::replaceFingerprints(desc->sdp, impl.localFingerprint);
             if (impl.relayOnly) {
-                fixed = rtcgst::filterCandidates(fixed);
+                rtcgst::filterCandidates(desc->sdp);
             }
-            g_free(text);
+            sdp = std::make_shared<RTCSessionDescription>(type, rtcgst::sdpText(desc->sdp));
             gst_webrtc_session_description_free(desc);
-            sdp = std::make_shared<RTCSessionDescription>(type, fixed);
         }
         finish(sdp, error);
     };
@@ -271,16 +268,18 @@ void RTCGstPeerConnection::answerForConstraints(
 
 namespace {
 
-GstWebRTCSessionDescription* toGst(const RTCSessionDescription& sdp) {
-    GstSDPMessage* message = nullptr;
-    if (gst_sdp_message_new_from_text(sdp.sdp().c_str(), &message) != GST_SDP_OK || !message) {
+/// The description's message; nullptr when it cannot be read or has no media.
+rtcgst::SdpRef readSdp(const RTCSessionDescriptionPtr& sdp) {
+    auto message = sdp ? rtcgst::parseSdp(sdp->sdp()) : nullptr;
+    if (!message || gst_sdp_message_medias_len(message.get()) == 0) {
         return nullptr;
     }
-    if (gst_sdp_message_medias_len(message) == 0) {
-        gst_sdp_message_free(message);
-        return nullptr;
-    }
-    return gst_webrtc_session_description_new(gstSdpType(sdp.type()), message);
+    return message;
+}
+
+/// webrtcbin's form of the description; takes `message`.
+GstWebRTCSessionDescription* toGst(RTCSdpType type, rtcgst::SdpRef message) {
+    return gst_webrtc_session_description_new(gstSdpType(type), message.release());
 }
 
 }  // namespace
@@ -298,22 +297,24 @@ void RTCGstPeerConnection::setLocalDescription(
             finish(rtcError("The peer connection is closed."));
             return;
         }
-        GstWebRTCSessionDescription* desc = sdp ? toGst(*sdp) : nullptr;
-        if (!desc) {
+        auto message = readSdp(sdp);
+        if (!message) {
             finish(rtcError("The local description could not be parsed."));
             return;
         }
-        auto* context = new PromiseContext{impl_->ref, queue_, nullptr};
-        context->handle = [this, self, sdp, finish](GstStructure*, QXDErrorPtr error) {
-            if (!error && !closed_) {
+        std::vector<std::string> mids;
+        for (const auto& line : rtcgst::mediaLines(message.get())) {
+            mids.push_back(line.mid);
+        }
+        GstWebRTCSessionDescription* desc = toGst(sdp->type(), std::move(message));
+        auto* context = new PromiseContext{queue_, nullptr};
+        context->handle = [this, self, sdp, mids, finish](GstStructure*, QXDErrorPtr error) {
+            if (!error && !closed_ && impl_->webrtc) {
                 {
                     std::lock_guard lock(impl_->mutex);
                     impl_->local = sdp;
                 }
-                impl_->localMids.clear();
-                for (const auto& line : rtcgst::mediaLines(sdp->sdp())) {
-                    impl_->localMids.push_back(line.mid);
-                }
+                impl_->localMids = mids;
                 int state = 0;
                 g_object_get(impl_->webrtc, "signaling-state", &state, nullptr);
                 impl_->reportSignaling(signalingFromGst(state));
@@ -343,28 +344,34 @@ void RTCGstPeerConnection::setRemoteDescription(
             finish(rtcError("The peer connection is closed."));
             return;
         }
-        GstWebRTCSessionDescription* desc = sdp ? toGst(*sdp) : nullptr;
-        if (!desc) {
+        auto message = readSdp(sdp);
+        if (!message) {
             finish(rtcError("The remote description could not be parsed."));
             return;
         }
-        auto prints = rtcgst::fingerprints(sdp->sdp());
+        auto prints = rtcgst::fingerprints(message.get());
         if (prints.empty()) {
-            gst_webrtc_session_description_free(desc);
             finish(rtcError("The remote description has no DTLS fingerprint."));
             return;
         }
+        auto lines = rtcgst::mediaLines(message.get());
         if (sdp->type() == RTCSdpTypeOffer) {
-            impl_->buildAnswerBranches(rtcgst::mediaLines(sdp->sdp()));
+            impl_->buildAnswerBranches(lines);
         }
-        auto* context = new PromiseContext{impl_->ref, queue_, nullptr};
-        context->handle = [this, self, sdp, prints, finish](GstStructure*, QXDErrorPtr error) {
-            if (!error && !closed_) {
+        GstWebRTCSessionDescription* desc = toGst(sdp->type(), std::move(message));
+        auto* context = new PromiseContext{queue_, nullptr};
+        context->handle = [this, self, sdp, prints, lines, finish](GstStructure*,
+                                                                   QXDErrorPtr error) {
+            if (!error && !closed_ && impl_->webrtc) {
                 {
                     std::lock_guard lock(impl_->mutex);
                     impl_->remote = sdp;
                 }
                 impl_->remoteFingerprints = prints;
+                impl_->remoteMids.clear();
+                for (const auto& line : lines) {
+                    impl_->remoteMids.push_back(line.mid);
+                }
                 int state = 0;
                 g_object_get(impl_->webrtc, "signaling-state", &state, nullptr);
                 impl_->reportSignaling(signalingFromGst(state));
@@ -402,9 +409,9 @@ void RTCGstPeerConnection::addIceCandidate(const RTCIceCandidatePtr& candidate,
         } else {
             int index = candidate->sdpMLineIndex();
             if (index < 0 && candidate->sdpMid()) {
-                auto lines = rtcgst::mediaLines(remoteDescription()->sdp());
-                for (size_t i = 0; i < lines.size(); ++i) {
-                    if (lines[i].mid == *candidate->sdpMid()) {
+                const auto& mids = impl_->remoteMids;
+                for (size_t i = 0; i < mids.size(); ++i) {
+                    if (mids[i] == *candidate->sdpMid()) {
                         index = static_cast<int>(i);
                     }
                 }
@@ -557,7 +564,10 @@ void RTCGstPeerConnection::close() {
     signaling_ = RTCSignalingStateClosed;
     ice_ = RTCIceConnectionStateClosed;
     connection_ = RTCPeerConnectionStateClosed;
-    impl_->tearDown();
+    // Callbacks stop at once; the pipeline goes on the signalling queue, after
+    // whatever operation is running there.
+    impl_->ref->live = false;
+    queue_->async([self = shared_from_this()] { self->impl_->tearDown(); });
 }
 
 RTCSessionDescriptionPtr RTCGstPeerConnection::localDescription() const {

@@ -25,10 +25,52 @@ struct RTCGstCounters {
     std::atomic<uint64_t> dropped{0};
 };
 
-/// What GStreamer callbacks hold: the connection, weakly. Freed after the
-/// pipeline has stopped.
+/// What GStreamer callbacks hold: the connection, weakly, and whether its
+/// pipeline is still the connection's. Every signal handler, probe and listener
+/// holds its own reference, released with it, so a late callback never reaches
+/// freed memory; once `live` is false (the connection failed or closed) they
+/// do nothing.
 struct RTCGstRef {
-    std::weak_ptr<RTCGstPeerConnection> pc;
+    explicit RTCGstRef(std::weak_ptr<RTCGstPeerConnection> owner) : pc_(std::move(owner)) {}
+    ~RTCGstRef() { (void)looks_.load(std::memory_order_acquire); }
+    RTCGstRef(const RTCGstRef&) = delete;
+    RTCGstRef& operator=(const RTCGstRef&) = delete;
+
+    /// The connection, if it still exists. The last reference to this object
+    /// is often dropped by GLib on another thread than the callback that looked
+    /// through it; the release here and the acquire in the destructor order
+    /// that look before the release of `pc_` (GLib's own locks are invisible
+    /// to ThreadSanitizer).
+    std::shared_ptr<RTCGstPeerConnection> lock() const {
+        auto pc = pc_.lock();
+        looks_.fetch_add(1, std::memory_order_release);
+        return pc;
+    }
+    std::atomic<bool> live{true};
+
+  private:
+    const std::weak_ptr<RTCGstPeerConnection> pc_;
+    mutable std::atomic<unsigned> looks_{0};
+};
+using RTCGstRefPtr = std::shared_ptr<RTCGstRef>;
+
+/// A signal handler's data: its own reference to the connection's RTCGstRef.
+/// GLib hands it to whichever thread emits the signal; the release/acquire
+/// pair orders that hand-off for every reader, since GLib's own locks are
+/// invisible to ThreadSanitizer.
+class RTCGstHandlerData {
+  public:
+    explicit RTCGstHandlerData(RTCGstRefPtr ref) : ref_(std::move(ref)) {
+        published_.store(true, std::memory_order_release);
+    }
+    const RTCGstRefPtr& ref() const {
+        (void)published_.load(std::memory_order_acquire);
+        return ref_;
+    }
+
+  private:
+    RTCGstRefPtr ref_;
+    std::atomic<bool> published_{false};
 };
 
 /// A reference to an appsrc that outlives removal from the track's sinks.
@@ -60,11 +102,11 @@ struct RTCGstPeerConnection::Impl {
     explicit Impl(RTCGstPeerConnection& owner) : pc(owner) {}
     RTCGstPeerConnection& pc;
     std::shared_ptr<RTCGstCounters> counters = std::make_shared<RTCGstCounters>();
-    RTCGstRef* ref = nullptr;
-    GstElement* pipeline = nullptr;
-    GstElement* webrtc = nullptr;
+    RTCGstRefPtr ref;
 
-    mutable std::mutex mutex;  // guards what public getters read
+    mutable std::mutex mutex;  // guards what public getters and streaming threads read
+    rtcgst::GstRef<> pipeline;
+    GstElement* webrtc = nullptr;  ///< inside `pipeline`; null once torn down
     std::vector<RTCGstBranch> branches;
     RTCSessionDescriptionPtr local;
     RTCSessionDescriptionPtr remote;
@@ -73,6 +115,7 @@ struct RTCGstPeerConnection::Impl {
 
     // Signalling queue only.
     std::vector<std::string> localMids;
+    std::vector<std::string> remoteMids;
     RTCCertificatePtr certificate;
     std::string localFingerprint;
     std::vector<rtcgst::Fingerprint> remoteFingerprints;
@@ -87,7 +130,7 @@ struct RTCGstPeerConnection::Impl {
     QXVCTimerPtr watchdog;
     QXVCTimerPtr turnTimer;
     int sessionListener = 0;
-    std::vector<GstElement*> dtlsDecoders;  // refs held, guarded by `mutex`
+    std::vector<rtcgst::GstRef<>> dtlsDecoders;  // guarded by `mutex`
 
     // The pipeline's bus (RTCGstBus.cpp).
     void watchBus();
@@ -98,12 +141,15 @@ struct RTCGstPeerConnection::Impl {
     std::shared_ptr<RTCGstAudioIO> audioIO;  ///< the call's microphone and loudspeaker
     std::optional<bool> voiceProcessing;     ///< from the offer/answer constraints
 
-    // Set-up and tear-down (RTCGstPipeline.cpp).
+    // Set-up (RTCGstPipeline.cpp).
     bool setUp(const RTCConfiguration& configuration);
-    /// Stops media and hands the pipeline to the signalling queue to be freed.
+    /// The pipeline and webrtcbin, or nulls once torn down (any thread).
+    std::pair<rtcgst::GstRef<>, rtcgst::GstRef<>> pipelineAndWebrtc() const;
+
+    // Tear-down (RTCGstTeardown.cpp). Signalling queue, or the destructor.
+    /// Silences every callback, detaches the tracks and hands the pipeline and
+    /// every reference into it to the signalling queue to be freed.
     void tearDown();
-    static void destroyPipeline(const std::shared_ptr<QXVCSerialQueue>& queue, GstElement* pipeline,
-                                RTCGstRef* ref, std::vector<GstElement*> refs);
 
     // Media branches (RTCGstBranches.cpp).
     /// Offerer: a webrtcbin transceiver for every transceiver not yet built.
@@ -145,7 +191,10 @@ struct RTCGstPeerConnection::Impl {
     void reportGathering(RTCIceGatheringState state);
     void reportSignaling(RTCSignalingState state);
     void updateConnectionState();
-    // GStreamer signal handlers; `data` is the RTCGstRef.
+    /// Connects a handler whose `data` is a reference to `ref`, released with it.
+    static void connect(gpointer instance, const char* signal, GCallback handler,
+                        const RTCGstRefPtr& ref);
+    // GStreamer signal handlers; `data` is an RTCGstHandlerData.
     static void onDeepElementAdded(GstBin* bin, GstBin* sub, GstElement* element, gpointer data);
     static void onIceCandidateSignal(GstElement* webrtc, guint mline, gchar* candidate,
                                      gpointer data);
@@ -158,7 +207,10 @@ struct RTCGstPeerConnection::Impl {
                              std::atomic<uint64_t> RTCGstCounters::*field, bool stampTime);
 
     /// Posts `task` to the signalling queue if the connection is still alive.
-    static void post(RTCGstRef* ref, std::function<void(RTCGstPeerConnection&)> task);
+    static void post(const RTCGstRef& ref, std::function<void(RTCGstPeerConnection&)> task);
+    static const RTCGstRef& refOf(gpointer data) {
+        return *static_cast<const RTCGstHandlerData*>(data)->ref();
+    }
     /// Calls the delegate on the signalling queue (skipped once closed).
     void notify(std::function<void(RTCPeerConnectionDelegate&, const RTCPeerConnectionPtr&)> call);
 };

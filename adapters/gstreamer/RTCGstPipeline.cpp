@@ -1,9 +1,6 @@
-// Set-up and tear-down of a peer connection's webrtcbin pipeline, and the
-// GStreamer signal handlers that feed the signalling queue.
-#include <agent.h>
+// Set-up of a peer connection's webrtcbin pipeline, and the GStreamer signal
+// handlers that feed the signalling queue.
 #include <gst/webrtc/webrtc.h>
-
-#include <algorithm>
 
 #include "Platform/RTC/RTCLogging.h"
 #include "RTCGstCertificates.h"
@@ -51,13 +48,29 @@ void Impl::countPackets(GstPad* pad, const std::shared_ptr<RTCGstCounters>& coun
                       [](gpointer data) { delete static_cast<ProbeData*>(data); });
 }
 
-void Impl::post(RTCGstRef* ref, std::function<void(RTCGstPeerConnection&)> task) {
-    auto pc = ref->pc.lock();
+void Impl::connect(gpointer instance, const char* signal, GCallback handler,
+                   const RTCGstRefPtr& ref) {
+    g_signal_connect_data(
+        instance, signal, handler, new RTCGstHandlerData(ref),
+        [](gpointer data, GClosure*) {
+            auto* held = static_cast<RTCGstHandlerData*>(data);
+            (void)held->ref();  // ordered after its making
+            delete held;
+        },
+        GConnectFlags{});
+}
+
+void Impl::post(const RTCGstRef& ref, std::function<void(RTCGstPeerConnection&)> task) {
+    if (!ref.live) {
+        return;
+    }
+    auto pc = ref.lock();
     if (!pc || pc->closed_) {
         return;
     }
-    pc->queue_->async([weak = ref->pc, task = std::move(task)] {
-        if (auto strong = weak.lock(); strong && !strong->closed_) {
+    pc->queue_->async([weak = std::weak_ptr<RTCGstPeerConnection>(pc), task = std::move(task)] {
+        auto strong = weak.lock();
+        if (strong && !strong->closed_ && strong->impl_->webrtc) {
             task(*strong);
         }
     });
@@ -80,9 +93,15 @@ void Impl::notify(
     });
 }
 
+std::pair<rtcgst::GstRef<>, rtcgst::GstRef<>> Impl::pipelineAndWebrtc() const {
+    std::lock_guard lock(mutex);
+    return {rtcgst::ref(pipeline.get()), rtcgst::ref(webrtc)};
+}
+
 void Impl::onDeepElementAdded(GstBin*, GstBin*, GstElement* element, gpointer data) {
-    auto pc = static_cast<RTCGstRef*>(data)->pc.lock();
-    if (!pc) {
+    const RTCGstRef& ref = refOf(data);
+    auto pc = ref.lock();
+    if (!pc || !ref.live) {
         return;
     }
     Impl& impl = *pc->impl_;
@@ -94,9 +113,10 @@ void Impl::onDeepElementAdded(GstBin*, GstBin*, GstElement* element, gpointer da
     } else if (name == "dtlsdec") {
         {
             std::lock_guard lock(impl.mutex);
-            impl.dtlsDecoders.push_back(GST_ELEMENT(gst_object_ref(element)));
+            impl.dtlsDecoders.push_back(rtcgst::ref(element));
         }
-        g_signal_connect(element, "notify::connection-state", G_CALLBACK(onDtlsNotify), impl.ref);
+        connect(element, "notify::connection-state", G_CALLBACK(onDtlsNotify),
+                static_cast<const RTCGstHandlerData*>(data)->ref());
     } else if (name == "nicesrc") {
         if (GstPad* pad = gst_element_get_static_pad(element, "src")) {
             countPackets(pad, impl.counters, &RTCGstCounters::packets, true);
@@ -107,14 +127,14 @@ void Impl::onDeepElementAdded(GstBin*, GstBin*, GstElement* element, gpointer da
 
 void Impl::onIceCandidateSignal(GstElement*, guint mline, gchar* candidate, gpointer data) {
     std::string line = candidate ? candidate : "";
-    post(static_cast<RTCGstRef*>(data),
+    post(refOf(data),
          [mline, line](RTCGstPeerConnection& pc) { pc.impl_->onIceCandidate(mline, line); });
 }
 
 void Impl::onIceStateNotify(GObject* object, GParamSpec*, gpointer data) {
     int state = 0;
     g_object_get(object, "ice-connection-state", &state, nullptr);
-    post(static_cast<RTCGstRef*>(data), [state](RTCGstPeerConnection& pc) {
+    post(refOf(data), [state](RTCGstPeerConnection& pc) {
         pc.impl_->onGstIceState(static_cast<RTCIceConnectionState>(state));
     });
 }
@@ -122,7 +142,7 @@ void Impl::onIceStateNotify(GObject* object, GParamSpec*, gpointer data) {
 void Impl::onGatheringNotify(GObject* object, GParamSpec*, gpointer data) {
     int state = 0;
     g_object_get(object, "ice-gathering-state", &state, nullptr);
-    post(static_cast<RTCGstRef*>(data), [state](RTCGstPeerConnection& pc) {
+    post(refOf(data), [state](RTCGstPeerConnection& pc) {
         pc.impl_->reportGathering(static_cast<RTCIceGatheringState>(state));
     });
 }
@@ -131,7 +151,8 @@ void Impl::onPadAddedSignal(GstElement*, GstPad* pad, gpointer data) {
     if (GST_PAD_DIRECTION(pad) != GST_PAD_SRC) {
         return;
     }
-    auto pc = static_cast<RTCGstRef*>(data)->pc.lock();
+    const RTCGstRef& ref = refOf(data);
+    auto pc = ref.live ? ref.lock() : nullptr;
     if (pc && !pc->closed_) {
         pc->impl_->onPadAdded(pad);
     }
@@ -151,10 +172,10 @@ void Impl::onDtlsNotify(GObject* object, GParamSpec*, gpointer data) {
         nick = e->value_nick;
     }
     g_value_unset(&value);
-    auto* element = GST_ELEMENT(gst_object_ref(object));
-    post(static_cast<RTCGstRef*>(data), [element, nick](RTCGstPeerConnection& pc) {
-        pc.impl_->onDtlsState(element, nick == "connected", nick == "failed");
-        gst_object_unref(element);
+    // Held by the task, and released with it whether it runs or not.
+    std::shared_ptr<GstElement> element(GST_ELEMENT(gst_object_ref(object)), gst_object_unref);
+    post(refOf(data), [element, nick](RTCGstPeerConnection& pc) {
+        pc.impl_->onDtlsState(element.get(), nick == "connected", nick == "failed");
     });
 }
 
@@ -189,26 +210,20 @@ bool Impl::setUp(const RTCConfiguration& configuration) {
             }
         }
     }
-    pipeline = gst_pipeline_new(nullptr);
-    webrtc = gst_element_factory_make("webrtcbin", nullptr);
-    if (!pipeline || !webrtc) {
-        if (webrtc) {
-            gst_object_unref(webrtc);
-        }
-        if (pipeline) {
-            gst_object_unref(pipeline);
-            pipeline = nullptr;
-        }
+    auto newPipeline = rtcgst::sink(gst_pipeline_new(nullptr));
+    auto newWebrtc = rtcgst::sink(gst_element_factory_make("webrtcbin", nullptr));
+    if (!newPipeline || !newWebrtc) {
         return false;
     }
+    GstElement* bin = newWebrtc.get();
     g_object_set(
-        webrtc, "bundle-policy", GST_WEBRTC_BUNDLE_POLICY_MAX_BUNDLE, "ice-transport-policy",
+        bin, "bundle-policy", GST_WEBRTC_BUNDLE_POLICY_MAX_BUNDLE, "ice-transport-policy",
         relayOnly ? GST_WEBRTC_ICE_TRANSPORT_POLICY_RELAY : GST_WEBRTC_ICE_TRANSPORT_POLICY_ALL,
         "latency", options.jitterBufferMs, nullptr);
     bool loopback = false;
     for (const auto& server : turnServers) {
         gboolean added = FALSE;
-        g_signal_emit_by_name(webrtc, "add-turn-server", server.uri.c_str(), &added);
+        g_signal_emit_by_name(bin, "add-turn-server", server.uri.c_str(), &added);
         if (!added) {
             RTCLogEx(RTCLoggingSeverityWarning,
                      "TURN server refused by the ICE agent: " + server.redacted);
@@ -219,180 +234,34 @@ bool Impl::setUp(const RTCConfiguration& configuration) {
         // libnice binds to the outgoing interface's address; a TURN server on
         // loopback is only reachable from a loopback socket.
         GstWebRTCICE* ice = nullptr;
-        g_object_get(webrtc, "ice-agent", &ice, nullptr);
+        g_object_get(bin, "ice-agent", &ice, nullptr);
+        rtcgst::GstRef<GstWebRTCICE> held(ice);
         if (ice) {
             gboolean ok = FALSE;
             g_signal_emit_by_name(ice, "add-local-ip-address", "127.0.0.1", &ok);
-            gst_object_unref(ice);
         }
     }
+    connect(bin, "deep-element-added", G_CALLBACK(onDeepElementAdded), ref);
+    connect(bin, "on-ice-candidate", G_CALLBACK(onIceCandidateSignal), ref);
+    connect(bin, "notify::ice-connection-state", G_CALLBACK(onIceStateNotify), ref);
+    connect(bin, "notify::ice-gathering-state", G_CALLBACK(onGatheringNotify), ref);
+    connect(bin, "pad-added", G_CALLBACK(onPadAddedSignal), ref);
+    gst_bin_add(GST_BIN(newPipeline.get()), bin);
+    {
+        std::lock_guard lock(mutex);
+        pipeline = std::move(newPipeline);
+        webrtc = bin;
+    }
     watchBus();
-    g_signal_connect(webrtc, "deep-element-added", G_CALLBACK(onDeepElementAdded), ref);
-    g_signal_connect(webrtc, "on-ice-candidate", G_CALLBACK(onIceCandidateSignal), ref);
-    g_signal_connect(webrtc, "notify::ice-connection-state", G_CALLBACK(onIceStateNotify), ref);
-    g_signal_connect(webrtc, "notify::ice-gathering-state", G_CALLBACK(onGatheringNotify), ref);
-    g_signal_connect(webrtc, "pad-added", G_CALLBACK(onPadAddedSignal), ref);
-    gst_bin_add(GST_BIN(pipeline), webrtc);
-    if (gst_element_set_state(pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
-        destroyPipeline(nullptr, pipeline, nullptr, {});
-        pipeline = nullptr;
-        webrtc = nullptr;
+    if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+        tearDown();
         return false;
     }
     sessionListener = pc.platform_->addAudioSessionListener([r = ref] {
-        post(r, [](RTCGstPeerConnection& owner) {
+        post(*r, [](RTCGstPeerConnection& owner) {
             owner.impl_->updateAudioMute();
             owner.impl_->applyOutputRoute();
         });
     });
     return true;
-}
-
-namespace {
-
-/// A pipeline on its way out, waiting for its ICE agents to release their TURN
-/// allocations.
-struct Retiring {
-    std::shared_ptr<QXVCSerialQueue> queue;
-    GstElement* pipeline = nullptr;
-    RTCGstRef* ref = nullptr;
-    std::vector<GstElement*> refs;
-    std::vector<GObject*> agents;
-    std::atomic<int> pending{0};
-    std::atomic<bool> finished{false};
-    QXVCTimerPtr timer;
-
-    void finish() {
-        if (finished.exchange(true)) {
-            return;
-        }
-        if (timer) {
-            timer->cancel();
-        }
-        if (pipeline) {
-            gst_element_set_state(pipeline, GST_STATE_NULL);
-            gst_object_unref(pipeline);
-        }
-        for (GstElement* element : refs) {
-            gst_object_unref(element);
-        }
-        for (GObject* agent : agents) {
-            g_object_unref(agent);
-        }
-        delete ref;
-    }
-};
-
-constexpr double kTurnReleaseWait = 2.0;
-
-}  // namespace
-
-void Impl::destroyPipeline(const std::shared_ptr<QXVCSerialQueue>& queue, GstElement* pipe,
-                           RTCGstRef* callbackRef, std::vector<GstElement*> refs) {
-    auto retiring = std::make_shared<Retiring>();
-    retiring->queue = queue;
-    retiring->pipeline = pipe;
-    retiring->ref = callbackRef;
-    retiring->refs = std::move(refs);
-    // webrtcbin's ICE agents. Closing them makes libnice delete the TURN
-    // allocations (a refresh with lifetime 0) instead of leaving them to expire
-    // on the server; the pipeline stops once that is answered, or after a short
-    // wait when the server does not answer.
-    if (pipe) {
-        GstIterator* it = gst_bin_iterate_recurse(GST_BIN(pipe));
-        GValue item = G_VALUE_INIT;
-        while (gst_iterator_next(it, &item) == GST_ITERATOR_OK) {
-            auto* element = GST_ELEMENT(g_value_get_object(&item));
-            if (factoryName(element) == "nicesrc") {
-                NiceAgent* agent = nullptr;
-                g_object_get(element, "agent", &agent, nullptr);
-                if (agent && std::find(retiring->agents.begin(), retiring->agents.end(),
-                                       G_OBJECT(agent)) == retiring->agents.end()) {
-                    retiring->agents.push_back(G_OBJECT(agent));
-                } else if (agent) {
-                    g_object_unref(agent);
-                }
-            }
-            g_value_reset(&item);
-        }
-        g_value_unset(&item);
-        gst_iterator_free(it);
-    }
-    if (retiring->agents.empty() || !queue) {
-        retiring->finish();
-        return;
-    }
-    retiring->pending = static_cast<int>(retiring->agents.size());
-    retiring->timer = queue->asyncAfter(kTurnReleaseWait, [retiring] { retiring->finish(); });
-    for (GObject* agent : retiring->agents) {
-        nice_agent_close_async(
-            NICE_AGENT(agent),
-            [](GObject*, GAsyncResult*, gpointer data) {
-                auto* held = static_cast<std::shared_ptr<Retiring>*>(data);
-                if (--(*held)->pending == 0) {
-                    // Not on the agent's own thread: stopping webrtcbin joins it.
-                    (*held)->queue->async([r = *held] { r->finish(); });
-                }
-                delete held;
-            },
-            new std::shared_ptr<Retiring>(retiring));
-    }
-}
-
-void Impl::tearDown() {
-    if (watchdog) {
-        watchdog->cancel();
-    }
-    if (turnTimer) {
-        turnTimer->cancel();
-    }
-    if (sessionListener) {
-        pc.platform_->removeAudioSessionListener(sessionListener);
-        sessionListener = 0;
-    }
-    std::vector<GstElement*> refs;
-    {
-        std::lock_guard lock(mutex);
-        for (auto& branch : branches) {
-            auto track = branch.transceiver->gstSender()->track();
-            if (auto video = std::dynamic_pointer_cast<RTCGstVideoTrack>(track);
-                video && branch.sinkId) {
-                video->removeSink(branch.sinkId);
-            }
-            if (auto audio = std::dynamic_pointer_cast<RTCGstAudioTrack>(track);
-                audio && branch.listenerId) {
-                audio->listeners().remove(branch.listenerId);
-            }
-            branch.sinkId = 0;
-            branch.listenerId = 0;
-            if (branch.encoder) {
-                refs.push_back(branch.encoder);
-                branch.encoder = nullptr;
-            }
-            if (branch.volume) {
-                refs.push_back(branch.volume);
-                branch.volume = nullptr;
-            }
-            branch.appsrc.reset();
-        }
-        refs.insert(refs.end(), dtlsDecoders.begin(), dtlsDecoders.end());
-        dtlsDecoders.clear();
-        if (audioIO) {
-            audioIO->sendTo(nullptr);
-        }
-        audioIO.reset();
-    }
-    GstElement* pipe = pipeline;
-    RTCGstRef* callbackRef = ref;
-    pipeline = nullptr;
-    webrtc = nullptr;
-    ref = nullptr;
-    if (!pipe && !callbackRef && refs.empty()) {
-        return;
-    }
-    // Stopping the pipeline releases the TURN allocations. It blocks until the
-    // streaming threads have stopped, so it runs on the signalling queue.
-    auto queue = pc.queue_;
-    queue->async(
-        [queue, pipe, callbackRef, refs] { destroyPipeline(queue, pipe, callbackRef, refs); });
 }

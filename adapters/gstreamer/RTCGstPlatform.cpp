@@ -2,6 +2,7 @@
 
 #include <gst/gst.h>
 
+#include <chrono>
 #include <map>
 
 #include "RTCGstCapturer.h"
@@ -9,6 +10,7 @@
 #include "RTCGstMedia.h"
 #include "RTCGstMediaSettings.h"
 #include "RTCGstPeerConnection.h"
+#include "RTCGstWarmUp.h"
 #include "Utils/QXVCSafeCall.h"
 
 namespace {
@@ -75,6 +77,7 @@ std::shared_ptr<RTCGstPlatform> RTCGstPlatform::create(Options options) {
     if (!gst_init_check(nullptr, nullptr, nullptr) || !hasElements()) {
         return nullptr;
     }
+    RTCGstWarmUp::begin();
     return std::make_shared<RTCGstPlatform>(options);
 }
 
@@ -105,6 +108,16 @@ RTCGstPlatform::RTCGstPlatform(Options options)
 
 RTCGstPlatform::~RTCGstPlatform() {
     audioSession_->setChangeHandler(nullptr);
+}
+
+bool RTCGstPlatform::waitUntilPrepared(double seconds) const {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    if (!RTCGstWarmUp::waitUntilDone(seconds)) {
+        return false;
+    }
+    double left =
+        std::chrono::duration<double>(deadline - std::chrono::steady_clock::now()).count();
+    return certificates_->waitUntilFull(left);
 }
 
 RTCPeerConnectionFactoryPtr RTCGstPlatform::peerConnectionFactory(

@@ -2,31 +2,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <sstream>
 
 namespace rtcgst {
 namespace {
-
-std::vector<std::string> splitLines(const std::string& sdp) {
-    std::vector<std::string> lines;
-    std::string line;
-    std::istringstream in(sdp);
-    while (std::getline(in, line)) {
-        if (!line.empty() && line.back() == '\r') {
-            line.pop_back();
-        }
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-std::string joinLines(const std::vector<std::string>& lines) {
-    std::string out;
-    for (const auto& line : lines) {
-        out += line + "\r\n";
-    }
-    return out;
-}
 
 std::vector<std::string> words(const std::string& text) {
     std::vector<std::string> out;
@@ -155,58 +135,122 @@ std::string sanitizeRelayCandidate(const std::string& line) {
     return out;
 }
 
-std::string filterCandidates(const std::string& sdp) {
-    std::vector<std::string> out;
-    for (const auto& line : splitLines(sdp)) {
-        if (line.rfind("a=candidate:", 0) == 0) {
+SdpRef parseSdp(const std::string& text) {
+    GstSDPMessage* message = nullptr;
+    if (gst_sdp_message_new_from_text(text.c_str(), &message) != GST_SDP_OK) {
+        return nullptr;
+    }
+    return SdpRef(message);
+}
+
+std::string sdpText(const GstSDPMessage* message) {
+    gchar* text = gst_sdp_message_as_text(message);
+    std::string out = text ? text : "";
+    g_free(text);
+    return out;
+}
+
+namespace {
+
+/// Every media section of `sdp`, writable.
+std::vector<GstSDPMedia*> medias(GstSDPMessage* sdp) {
+    std::vector<GstSDPMedia*> out;
+    for (guint i = 0; i < gst_sdp_message_medias_len(sdp); ++i) {
+        out.push_back(&g_array_index(sdp->medias, GstSDPMedia, i));
+    }
+    return out;
+}
+
+void replaceAttribute(GstSDPMessage* sdp, GstSDPMedia* media, guint index, const char* key,
+                      const std::string& value) {
+    GstSDPAttribute attribute;
+    gst_sdp_attribute_set(&attribute, key, value.c_str());
+    if (media) {
+        gst_sdp_media_replace_attribute(media, index, &attribute);
+    } else {
+        gst_sdp_message_replace_attribute(sdp, index, &attribute);
+    }
+}
+
+void addFingerprints(const GstSDPAttribute* attribute, std::vector<Fingerprint>& out) {
+    if (!attribute->key || g_strcmp0(attribute->key, "fingerprint") != 0 || !attribute->value) {
+        return;
+    }
+    auto w = words(attribute->value);
+    if (w.size() >= 2) {
+        out.push_back({lower(w[0]), upper(w[1])});
+    }
+}
+
+}  // namespace
+
+void filterCandidates(GstSDPMessage* sdp) {
+    for (GstSDPMedia* media : medias(sdp)) {
+        for (guint i = gst_sdp_media_attributes_len(media); i-- > 0;) {
+            const GstSDPAttribute* attribute = gst_sdp_media_get_attribute(media, i);
+            if (g_strcmp0(attribute->key, "candidate") != 0) {
+                continue;
+            }
+            std::string line =
+                std::string("candidate:") + (attribute->value ? attribute->value : "");
             if (isRelayCandidate(line)) {
-                out.push_back(sanitizeRelayCandidate(line));
+                replaceAttribute(sdp, media, i, "candidate",
+                                 sanitizeRelayCandidate(line).substr(std::strlen("candidate:")));
+            } else {
+                gst_sdp_media_remove_attribute(media, i);
             }
-            continue;
         }
-        out.push_back(line);
     }
-    return joinLines(out);
 }
 
-std::string replaceFingerprints(const std::string& sdp, const std::string& sha256) {
-    std::vector<std::string> out;
-    for (const auto& line : splitLines(sdp)) {
-        out.push_back(line.rfind("a=fingerprint:", 0) == 0 ? "a=fingerprint:sha-256 " + sha256
-                                                           : line);
+void replaceFingerprints(GstSDPMessage* sdp, const std::string& sha256) {
+    const std::string value = "sha-256 " + sha256;
+    for (guint i = 0; i < gst_sdp_message_attributes_len(sdp); ++i) {
+        if (g_strcmp0(gst_sdp_message_get_attribute(sdp, i)->key, "fingerprint") == 0) {
+            replaceAttribute(sdp, nullptr, i, "fingerprint", value);
+        }
     }
-    return joinLines(out);
-}
-
-std::vector<Fingerprint> fingerprints(const std::string& sdp) {
-    std::vector<Fingerprint> out;
-    for (const auto& line : splitLines(sdp)) {
-        if (line.rfind("a=fingerprint:", 0) == 0) {
-            auto w = words(line.substr(14));
-            if (w.size() >= 2) {
-                out.push_back({lower(w[0]), upper(w[1])});
+    for (GstSDPMedia* media : medias(sdp)) {
+        for (guint i = 0; i < gst_sdp_media_attributes_len(media); ++i) {
+            if (g_strcmp0(gst_sdp_media_get_attribute(media, i)->key, "fingerprint") == 0) {
+                replaceAttribute(sdp, media, i, "fingerprint", value);
             }
+        }
+    }
+}
+
+std::vector<Fingerprint> fingerprints(const GstSDPMessage* sdp) {
+    std::vector<Fingerprint> out;
+    for (guint i = 0; i < gst_sdp_message_attributes_len(sdp); ++i) {
+        addFingerprints(gst_sdp_message_get_attribute(sdp, i), out);
+    }
+    for (guint m = 0; m < gst_sdp_message_medias_len(sdp); ++m) {
+        const GstSDPMedia* media = gst_sdp_message_get_media(sdp, m);
+        for (guint i = 0; i < gst_sdp_media_attributes_len(media); ++i) {
+            addFingerprints(gst_sdp_media_get_attribute(media, i), out);
         }
     }
     return out;
 }
 
-std::vector<MediaLine> mediaLines(const std::string& sdp) {
+std::vector<MediaLine> mediaLines(const GstSDPMessage* sdp) {
     std::vector<MediaLine> out;
-    for (const auto& line : splitLines(sdp)) {
-        if (line.rfind("m=", 0) == 0) {
-            MediaLine media;
-            auto w = words(line.substr(2));
-            media.kind = w.empty() ? "" : w[0];
-            media.direction = "sendrecv";
-            out.push_back(media);
-        } else if (out.empty()) {
-            continue;
-        } else if (line.rfind("a=mid:", 0) == 0) {
-            out.back().mid = line.substr(6);
-        } else if (line.rfind("a=rtpmap:", 0) == 0) {
-            auto w = words(line.substr(9));
-            if (w.size() >= 2) {
+    for (guint m = 0; m < gst_sdp_message_medias_len(sdp); ++m) {
+        const GstSDPMedia* media = gst_sdp_message_get_media(sdp, m);
+        MediaLine line;
+        line.kind = gst_sdp_media_get_media(media) ? gst_sdp_media_get_media(media) : "";
+        line.direction = "sendrecv";
+        for (guint i = 0; i < gst_sdp_media_attributes_len(media); ++i) {
+            const GstSDPAttribute* attribute = gst_sdp_media_get_attribute(media, i);
+            const std::string key = attribute->key ? attribute->key : "";
+            const std::string value = attribute->value ? attribute->value : "";
+            if (key == "mid") {
+                line.mid = value;
+            } else if (key == "rtpmap") {
+                auto w = words(value);
+                if (w.size() < 2) {
+                    continue;
+                }
                 std::string codec = upper(w[1].substr(0, w[1].find('/')));
                 int pt = -1;
                 try {
@@ -214,16 +258,17 @@ std::vector<MediaLine> mediaLines(const std::string& sdp) {
                 } catch (...) {
                     continue;
                 }
-                if (codec == "VP8" && out.back().vp8PayloadType < 0) {
-                    out.back().vp8PayloadType = pt;
-                } else if (codec == "OPUS" && out.back().opusPayloadType < 0) {
-                    out.back().opusPayloadType = pt;
+                if (codec == "VP8" && line.vp8PayloadType < 0) {
+                    line.vp8PayloadType = pt;
+                } else if (codec == "OPUS" && line.opusPayloadType < 0) {
+                    line.opusPayloadType = pt;
                 }
+            } else if (value.empty() && (key == "sendrecv" || key == "sendonly" ||
+                                         key == "recvonly" || key == "inactive")) {
+                line.direction = key;
             }
-        } else if (line == "a=sendrecv" || line == "a=sendonly" || line == "a=recvonly" ||
-                   line == "a=inactive") {
-            out.back().direction = line.substr(2);
         }
+        out.push_back(std::move(line));
     }
     return out;
 }

@@ -1,12 +1,26 @@
-// Text helpers of the GStreamer engine: TURN URIs, candidate and SDP rewriting,
-// DTLS fingerprints and the media lines of an offer. No GStreamer types here.
+// Description helpers of the GStreamer engine: TURN URIs, candidate lines, and
+// the edits and readings of session descriptions (DTLS fingerprints, candidate
+// filtering, media lines), which go through GstSDP.
 #pragma once
 
+#include <gst/sdp/sdp.h>
+
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace rtcgst {
+
+struct SdpDeleter {
+    void operator()(GstSDPMessage* message) const { gst_sdp_message_free(message); }
+};
+using SdpRef = std::unique_ptr<GstSDPMessage, SdpDeleter>;
+
+/// The description in `text`; nullptr when GstSDP cannot read it.
+SdpRef parseSdp(const std::string& text);
+/// `message` as SDP text.
+std::string sdpText(const GstSDPMessage* message);
 
 /// Percent-encodes every byte outside RFC 3986's unreserved set.
 std::string percentEncode(const std::string& text);
@@ -32,18 +46,19 @@ bool isRelayCandidate(const std::string& line);
 /// Writes "raddr 0.0.0.0 rport 0" into a relay candidate, so the address the
 /// relay was allocated from never leaves the device.
 std::string sanitizeRelayCandidate(const std::string& line);
-/// Drops every non-relay "a=candidate" line of `sdp` and sanitizes the rest.
-std::string filterCandidates(const std::string& sdp);
+/// Drops every non-relay candidate attribute of `sdp` and sanitizes the rest.
+void filterCandidates(GstSDPMessage* sdp);
 
-/// Replaces every "a=fingerprint:" line with "a=fingerprint:sha-256 <fingerprint>".
-std::string replaceFingerprints(const std::string& sdp, const std::string& sha256);
+/// Sets every fingerprint attribute (session and media level) to
+/// "sha-256 <sha256>".
+void replaceFingerprints(GstSDPMessage* sdp, const std::string& sha256);
 
 struct Fingerprint {
     std::string algorithm;  ///< lower case, "sha-256"
     std::string value;      ///< upper-case hex pairs separated by ':'
 };
-/// The fingerprints of `sdp` (session level and every media line), normalized.
-std::vector<Fingerprint> fingerprints(const std::string& sdp);
+/// The fingerprints of `sdp` (session level, then every media line), normalized.
+std::vector<Fingerprint> fingerprints(const GstSDPMessage* sdp);
 
 struct MediaLine {
     std::string kind;  ///< "audio", "video", "application", ...
@@ -53,6 +68,6 @@ struct MediaLine {
     std::string direction;  ///< "sendrecv", "recvonly", ... ("sendrecv" if absent)
 };
 /// The media lines of `sdp`, in order.
-std::vector<MediaLine> mediaLines(const std::string& sdp);
+std::vector<MediaLine> mediaLines(const GstSDPMessage* sdp);
 
 }  // namespace rtcgst

@@ -74,7 +74,7 @@ std::shared_ptr<RTCGstVideoWindow> RTCGstVideoWindow::open(std::string& error) {
         return nullptr;
     }
     GError* parseError = nullptr;
-    auto pipeline = rtcgst::adopt(gst_parse_launch(
+    auto pipeline = rtcgst::sink(gst_parse_launch(
         "appsrc name=src is-live=true do-timestamp=true format=time ! videoconvert "
         "! ximagesink sync=false force-aspect-ratio=true",
         &parseError));

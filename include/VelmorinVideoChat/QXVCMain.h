@@ -171,6 +171,10 @@ class QXVCMain {
     static QXVCCallPtr getActiveCall();
     static void setCalling(bool calling);
     static bool isCalling();
+    /// Sets `isCalling` unless it is set already, in one atomic step: true when
+    /// this caller set it. The gate of a start and of an accept, so that two
+    /// racing calls cannot both pass.
+    static bool trySetCalling();
     /// Takes a finished call out of the system. When it is the active call: its
     /// remote view is detached, the remote and local tracks dropped, capture
     /// stopped and the peer connection closed, in that order, and then

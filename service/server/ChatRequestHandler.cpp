@@ -7,6 +7,7 @@
 #include "VelmorinService/ChatWireCodec.h"
 #include "VelmorinService/ChatWireProtocol.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
+#include "VelmorinVideoChat/Utils/QXVCJSON.h"
 
 namespace velmorin::server {
 
@@ -97,8 +98,12 @@ bool sameToken(const std::string& given, const std::string& expected) {
 }  // namespace
 
 ChatRequestHandler::ChatRequestHandler(ChatServicePtr service,
-                                       std::shared_ptr<const TokenMap> tokens, std::string storeId)
-    : service_(std::move(service)), tokens_(std::move(tokens)), storeId_(std::move(storeId)) {}
+                                       std::shared_ptr<const TokenMap> tokens, std::string storeId,
+                                       std::shared_ptr<LoginBackoff> backoff)
+    : service_(std::move(service)),
+      tokens_(std::move(tokens)),
+      storeId_(std::move(storeId)),
+      backoff_(std::move(backoff)) {}
 
 ChatRequestHandler::~ChatRequestHandler() {
     if (connectionId_ != 0) {
@@ -120,11 +125,19 @@ std::string ChatRequestHandler::binaryFrame() const {
 }
 
 std::string ChatRequestHandler::handleText(std::string_view text) {
-    json request = json::parse(text, nullptr, false);
-    if (request.is_discarded() || !request.is_object()) {
+    replyDelay_ = LoginBackoff::Delay::zero();
+    auto parsed = qxvc::json::parse(text);
+    if (!parsed && qxvc::json::nestsTooDeep(text)) {
+        return dump(errorReply(
+            nullptr,
+            wireRefusal(kWireBadRequest, "bad_request: JSON nests deeper than " +
+                                             std::to_string(qxvc::json::kMaxDepth) + " levels")));
+    }
+    if (!parsed || !parsed->is_object()) {
         return dump(errorReply(
             nullptr, wireRefusal(kWireMalformedJson, "malformed_json: expected a JSON object")));
     }
+    const json& request = *parsed;
     json id = nullptr;
     try {
         const auto idField = request.find(kId);
@@ -179,6 +192,11 @@ json ChatRequestHandler::login(const json& request) {
     const auto user = service_->user(userId);
     if (account == tokens_->end() || !user || !sameToken(token, account->second)) {
         log(LogLevel::Warning, "refused a login as \"" + userId + "\" (unknown user or bad token)");
+        if (backoff_) {
+            ++connectionFailures_;
+            replyDelay_ =
+                std::max(backoff_->userFailed(userId), backoff_->delayAfter(connectionFailures_));
+        }
         throw wireRefusal(kWireUnauthorized, "unauthorized: unknown user or wrong token");
     }
     // Registered before the push payloads are taken: a message sent from now

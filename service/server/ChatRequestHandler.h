@@ -3,10 +3,14 @@
 // frames through the function it was given. It holds the connection's login
 // and its registration with the service (released on destruction).
 //
+// A wrong login is answered like any refusal, but the connection must hold the
+// reply back for replyDelay() and read nothing more meanwhile (LoginBackoff.h).
+//
 // Not thread-safe: the connection calls it from one thread at a time. The push
 // function is called on whatever thread sends a message; it must only queue.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -18,6 +22,7 @@
 #include <nlohmann/json.hpp>
 
 #include "VelmorinService/ChatService.h"
+#include "VelmorinService/LoginBackoff.h"
 
 namespace velmorin::server {
 
@@ -26,8 +31,10 @@ class ChatRequestHandler {
     using PushFrame = std::function<void(std::string frame)>;
     using TokenMap = std::map<std::string, std::string>;
 
+    /// `backoff` is shared by every connection of a server; nullptr answers
+    /// wrong logins at once.
     ChatRequestHandler(ChatServicePtr service, std::shared_ptr<const TokenMap> tokens,
-                       std::string storeId);
+                       std::string storeId, std::shared_ptr<LoginBackoff> backoff = nullptr);
     ~ChatRequestHandler();
     ChatRequestHandler(const ChatRequestHandler&) = delete;
     ChatRequestHandler& operator=(const ChatRequestHandler&) = delete;
@@ -36,6 +43,9 @@ class ChatRequestHandler {
     void setPush(PushFrame push) { push_ = std::move(push); }
     /// The reply to one text frame.
     std::string handleText(std::string_view text);
+    /// How long the reply of the last handleText must wait: zero unless that
+    /// frame was a wrong login.
+    LoginBackoff::Delay replyDelay() const { return replyDelay_; }
     /// The reply to a frame over the size limit, or a binary one.
     std::string frameTooLarge(size_t bytes) const;
     std::string binaryFrame() const;
@@ -54,6 +64,9 @@ class ChatRequestHandler {
     ChatServicePtr service_;
     std::shared_ptr<const TokenMap> tokens_;
     std::string storeId_;
+    std::shared_ptr<LoginBackoff> backoff_;
+    unsigned connectionFailures_ = 0;
+    LoginBackoff::Delay replyDelay_{0};
     PushFrame push_;
     std::string userId_;
     uint64_t connectionId_ = 0;

@@ -24,6 +24,7 @@ struct ChatServer::Impl {
     ChatServicePtr service;
     ChatServerOptions options;
     std::shared_ptr<const ChatRequestHandler::TokenMap> tokens;
+    std::shared_ptr<LoginBackoff> backoff;
     net::io_context io;
     tcp::acceptor acceptor{io};
     std::thread thread;
@@ -44,7 +45,7 @@ struct ChatServer::Impl {
                 return;
             }
             auto session = std::make_shared<ChatServerSession>(std::move(socket), service, tokens,
-                                                               options.storeId);
+                                                               options.storeId, backoff);
             {
                 std::lock_guard lock(sessionsMutex);
                 std::erase_if(sessions, [](const auto& weak) { return weak.expired(); });
@@ -71,6 +72,7 @@ ChatServer::ChatServer(ChatServicePtr service, ChatServerOptions options)
     : impl_(std::make_unique<Impl>()) {
     impl_->service = std::move(service);
     impl_->tokens = std::make_shared<const ChatRequestHandler::TokenMap>(options.tokens);
+    impl_->backoff = std::make_shared<LoginBackoff>(options.loginBackoff);
     if (options.storeId.empty()) {
         options.storeId = makeUuidV4();
     }

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "VelmorinService/ChatService.h"
+#include "VelmorinService/LoginBackoff.h"
 
 namespace velmorin::server {
 
@@ -20,6 +21,8 @@ struct ChatServerOptions {
     /// Names the message history the service holds (see "store_id" in
     /// ChatWireProtocol.h); "" makes a random one.
     std::string storeId;
+    /// How wrong logins are slowed down (LoginBackoff.h).
+    LoginBackoff::Settings loginBackoff;
 };
 
 class ChatServer {

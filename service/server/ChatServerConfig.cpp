@@ -1,9 +1,10 @@
 #include "ChatServerConfig.h"
 
+#include <cerrno>
 #include <charconv>
-#include <fstream>
+#include <cstdio>
+#include <cstring>
 #include <set>
-#include <sstream>
 
 #include "VelmorinVideoChat/Utils/QXVCJSON.h"
 
@@ -11,14 +12,26 @@ namespace velmorin::server {
 
 namespace {
 
-std::optional<std::string> readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
+/// The whole file; nullopt with the system's reason in `error`.
+std::optional<std::string> readFile(const std::string& path, std::string& error) {
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) {
+        error = std::strerror(errno);
         return std::nullopt;
     }
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    std::string text;
+    char chunk[4096];
+    size_t n = 0;
+    while ((n = std::fread(chunk, 1, sizeof chunk, file)) > 0) {
+        text.append(chunk, n);
+    }
+    const int failure = std::ferror(file) ? errno : 0;
+    std::fclose(file);
+    if (failure != 0) {
+        error = std::strerror(failure);
+        return std::nullopt;
+    }
+    return text;
 }
 
 std::string trimmed(const std::string& text) {
@@ -147,7 +160,9 @@ bool parseNumber(const std::string& text, T& out) {
 }  // namespace
 
 std::string usage() {
-    return "usage: velmorin-chat-server [options]\n"
+    return "usage: velmorin-chat-server --user ID:TOKEN... | --config FILE --turn-server URL\n"
+           "                            --turn-secret S | --turn-secret-file F [options]\n"
+           "options take their value as --option VALUE or --option=VALUE\n"
            "  --listen HOST              address to listen on (default 127.0.0.1)\n"
            "  --port N                   port (default 0: any free port)\n"
            "  --config FILE              users and channels (JSON)\n"
@@ -155,8 +170,8 @@ std::string usage() {
            "  --channel URL:ID,ID...     add a private two-member (or larger) channel\n"
            "  --db PATH                  SQLite file for messages and push payloads\n"
            "                             (default: in memory)\n"
-           "  --turn-server URL          TURN server written into call starts\n"
-           "  --turn-secret S            secret shared with the TURN server\n"
+           "  --turn-server URL          TURN server written into call starts (required)\n"
+           "  --turn-secret S            secret shared with the TURN server (or the file:)\n"
            "  --turn-secret-file F       read that secret from F\n"
            "  --start-call-window SECONDS  how long a start blocks another one\n"
            "  --log-level LEVEL          error, warning, info (default) or debug\n";
@@ -196,17 +211,25 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         result.error = std::move(error);
         return result;
     };
+    bool turnServerGiven = false;
+    bool turnSecretGiven = false;
     for (int i = 1; i < argc; ++i) {
-        const std::string option = argv[i];
-        if (option == "--help" || option == "-h") {
+        const std::string arg = argv[i];
+        if (arg == "--help" || arg == "-h") {
             result.help = true;
             return result;
         }
-        if (i + 1 >= argc) {
+        // --option VALUE or --option=VALUE
+        const auto equals = arg.rfind("--", 0) == 0 ? arg.find('=') : std::string::npos;
+        const std::string option = arg.substr(0, equals);
+        if (equals == std::string::npos && i + 1 >= argc) {
             return fail(option.rfind("--", 0) == 0 ? option + " needs a value"
                                                    : "unexpected argument " + option);
         }
-        const std::string value = argv[++i];
+        const std::string value = equals == std::string::npos ? argv[++i] : arg.substr(equals + 1);
+        turnServerGiven = turnServerGiven || option == "--turn-server";
+        turnSecretGiven =
+            turnSecretGiven || option == "--turn-secret" || option == "--turn-secret-file";
         if (option == "--listen") {
             config.host = value;
         } else if (option == "--port") {
@@ -216,9 +239,10 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         } else if (option == "--db") {
             config.dbPath = value;
         } else if (option == "--config") {
-            const auto text = readFile(value);
+            std::string why;
+            const auto text = readFile(value, why);
             if (!text) {
-                return fail("--config: cannot read " + value);
+                return fail("--config: cannot read " + value + ": " + why);
             }
             const auto parsed = qxvc::json::parse(*text);
             if (!parsed) {
@@ -246,11 +270,15 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         } else if (option == "--turn-server") {
             config.settings.turnServer = value;
         } else if (option == "--turn-secret") {
+            if (trimmed(value).empty()) {
+                return fail("--turn-secret must not be empty");
+            }
             config.settings.turnSharedSecret = value;
         } else if (option == "--turn-secret-file") {
-            const auto text = readFile(value);
+            std::string why = "the file is empty";
+            const auto text = readFile(value, why);
             if (!text || trimmed(*text).empty()) {
-                return fail("--turn-secret-file: cannot read a secret from " + value);
+                return fail("--turn-secret-file: cannot read a secret from " + value + ": " + why);
             }
             config.settings.turnSharedSecret = trimmed(*text);
         } else if (option == "--start-call-window") {
@@ -268,6 +296,19 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         } else {
             return fail("unknown option " + option);
         }
+    }
+    // A server nobody can log in to, or whose calls carry TURN credentials the
+    // TURN server does not know, only fails later and far away: refuse it now.
+    if (config.users.empty()) {
+        return fail("no users: add --user ID:TOKEN[:NICKNAME] or --config FILE with \"users\"");
+    }
+    if (!turnServerGiven) {
+        return fail("--turn-server URL is required: call starts carry it to both phones");
+    }
+    if (!turnSecretGiven) {
+        return fail(
+            "--turn-server needs --turn-secret S or --turn-secret-file F, the secret "
+            "the TURN server was started with (--static-auth-secret)");
     }
     result.config = std::move(config);
     return result;

@@ -21,13 +21,13 @@ constexpr size_t kReadChunkBytes = 64 * 1024;
 
 ChatServerSession::ChatServerSession(boost::asio::ip::tcp::socket socket, ChatServicePtr service,
                                      std::shared_ptr<const ChatRequestHandler::TokenMap> tokens,
-                                     std::string storeId)
-    : ws_(std::move(socket)) {
+                                     std::string storeId, std::shared_ptr<LoginBackoff> backoff)
+    : ws_(std::move(socket)), holdTimer_(ws_.get_executor()) {
     boost::system::error_code ec;
     const auto remote = beast::get_lowest_layer(ws_).socket().remote_endpoint(ec);
     peer_ = ec ? "?" : remote.address().to_string() + ":" + std::to_string(remote.port());
     handler_ = std::make_unique<ChatRequestHandler>(std::move(service), std::move(tokens),
-                                                    std::move(storeId));
+                                                    std::move(storeId), std::move(backoff));
 }
 
 ChatServerSession::~ChatServerSession() {
@@ -104,11 +104,31 @@ void ChatServerSession::onRead(beast::error_code ec, std::size_t bytes) {
         buffer_.clear();
         frameBytes_ = 0;
         oversized_ = false;
+        if (const auto delay = handler_->replyDelay(); delay > LoginBackoff::Delay::zero()) {
+            holdReply(std::move(reply), delay);
+            return;
+        }
         write(std::move(reply));
     }
     if (!dropped_) {
         readSome();
     }
+}
+
+void ChatServerSession::holdReply(std::string reply, LoginBackoff::Delay delay) {
+    log(LogLevel::Debug, "holding a reply to " + peer_ + " for " + std::to_string(delay.count()) +
+                             " ms (wrong login)");
+    holdTimer_.expires_after(delay);
+    holdTimer_.async_wait(
+        [self = shared_from_this(), reply = std::move(reply)](beast::error_code ec) mutable {
+            if (ec || self->dropped_) {
+                return;
+            }
+            self->write(std::move(reply));
+            if (!self->dropped_) {
+                self->readSome();
+            }
+        });
 }
 
 void ChatServerSession::write(std::string frame) {
@@ -150,6 +170,7 @@ void ChatServerSession::drop() {
         return;
     }
     dropped_ = true;
+    holdTimer_.cancel();
     boost::system::error_code ignored;
     auto& socket = beast::get_lowest_layer(ws_).socket();
     socket.shutdown(boost::asio::ip::tcp::socket::shutdown_both, ignored);

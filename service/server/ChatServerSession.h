@@ -10,6 +10,7 @@
 #include <string>
 
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/websocket/stream.hpp>
@@ -25,7 +26,7 @@ class ChatServerSession : public std::enable_shared_from_this<ChatServerSession>
 
     ChatServerSession(boost::asio::ip::tcp::socket socket, ChatServicePtr service,
                       std::shared_ptr<const ChatRequestHandler::TokenMap> tokens,
-                      std::string storeId);
+                      std::string storeId, std::shared_ptr<LoginBackoff> backoff);
     ~ChatServerSession();
 
     void start();
@@ -39,11 +40,14 @@ class ChatServerSession : public std::enable_shared_from_this<ChatServerSession>
     void onAccept(boost::beast::error_code ec);
     void readSome();
     void onRead(boost::beast::error_code ec, std::size_t bytes);
+    /// Sends `reply` after `delay`, and only then reads the next frame.
+    void holdReply(std::string reply, LoginBackoff::Delay delay);
     void writeNext();
     void onWrite(boost::beast::error_code ec, std::size_t bytes);
 
     boost::beast::websocket::stream<boost::beast::tcp_stream> ws_;
     boost::beast::flat_buffer buffer_;
+    boost::asio::steady_timer holdTimer_;
     std::unique_ptr<ChatRequestHandler> handler_;
     std::string peer_;
     size_t frameBytes_ = 0;  // bytes of the frame being read

@@ -2,8 +2,8 @@
 //
 // Prints "velmorin-chat-server listening on <host>:<port>" on stdout once it
 // accepts connections; stops cleanly on SIGTERM or SIGINT. Exit codes: 0 after
-// a clean stop, 1 when it cannot listen, 2 for bad options, a bad config file
-// or a database it cannot use.
+// a clean stop, 1 when it cannot listen, 2 for bad options (among them no users,
+// or no TURN server and secret), a bad config file or a database it cannot use.
 #include <pthread.h>
 #include <csignal>
 #include <cstdio>
@@ -25,7 +25,7 @@ int run(int argc, char** argv) {
         return 0;
     }
     if (!commandLine.config) {
-        std::cerr << "velmorin-chat-server: " << commandLine.error << "\n" << usage();
+        std::cerr << "velmorin-chat-server: " << commandLine.error << "; see --help\n";
         return 2;
     }
     const ServerConfig& config = *commandLine.config;

@@ -2,9 +2,11 @@
 // call id, users and TURN credentials, the refusal of a second start, and the
 // enrichment of an end.
 #include <algorithm>
+#include <string>
 #include <string_view>
 
 #include "ChatServiceState.h"
+#include "VelmorinService/ChatWireProtocol.h"
 #include "VelmorinService/TurnCredentials.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
 #include "VelmorinVideoChat/QXVCTypes.h"
@@ -51,7 +53,16 @@ QXDErrorPtr ChatService::State::rewriteSignalling(const std::string& senderId,
     if (!isStart && command != kQXVCCommandEndCall) {
         return nullptr;
     }
-    auto body = qxvc::json::parse(std::string_view(data).substr(kCommandLength));
+    const std::string_view text = std::string_view(data).substr(kCommandLength);
+    auto body = qxvc::json::parse(text);
+    if (!body && qxvc::json::nestsTooDeep(text)) {
+        // Writing such a body back would recurse once per level.
+        return QXDError::errorWithDomain(
+            wire::kWireErrorDomain, wire::kWireBadRequest,
+            QXDUserInfo{{NSLocalizedDescriptionKey,
+                         "bad_request: the signalling JSON nests deeper than " +
+                             std::to_string(qxvc::json::kMaxDepth) + " levels"}});
+    }
     if (!body || !body->is_object()) {
         return nullptr;  // malformed signalling is relayed as it came
     }

@@ -23,11 +23,8 @@ void logDebug(std::string_view format, const Args&... args) {
 void acceptOrEnd(const QXVCCallPtr& call, bool refusedAudioOnly,
                  const QXVCCallOptionsPtr& options) {
     if (refusedAudioOnly == call->isAudioCall()) {
-        // The refused start's views are the application's, placed for its own
-        // call: the accepted call takes them as ready instead of waiting for an
-        // announcement the application cannot make (it may not know the call
-        // yet).
-        call->viewIsReady();
+        // The options only: whether the views are in place is the application's
+        // to say (viewIsReady), as for any accept.
         call->acceptWithOptions(options, nullptr);
     } else {
         call->endWithCompletionHandler([](const QXDErrorPtr&) {

@@ -24,6 +24,29 @@ void postHandler(const QXVCErrorHandler& handler, QXDErrorPtr error) {
         [handler, error = std::move(error)] { handler(error); });
 }
 
+QXDErrorPtr anotherCallError() {
+    return QXVCMakeError(QXVCErrorInvalidAction, QXVCErrorInvalidAction,
+                         "Another call cannot be accepted while an active call is in progress.");
+}
+
+/// The first of the accept's checks after the gate that fails, in their order,
+/// or nullptr when all pass.
+QXDErrorPtr acceptRefusal(QXVCRole role, const QXVCCallOptionsPtr& options) {
+    if (role == QXVCRoleCaller) {
+        return QXVCMakeError(QXVCErrorInvalidAction, QXVCErrorInvalidAction,
+                             "Only callees (call recipients) can accept calls.");
+    }
+    if (!options) {
+        return QXVCMakeError(QXVCErrorInvalidAction, QXVCErrorInvalidParameter,
+                             "The options cannot be nil.");
+    }
+    if (!options->channelUrl()) {
+        return QXVCMakeError(QXVCErrorInvalidAction, QXVCErrorInvalidParameter,
+                             "The channelUrl of the options must have the string object.");
+    }
+    return nullptr;
+}
+
 QXDErrorPtr acceptingFailError() {
     return QXVCMakeError(QXVCErrorAcceptingFail, QXVCErrorAcceptingFail);
 }
@@ -34,38 +57,23 @@ QXDErrorPtr acceptingFailError() {
 
 void QXVCCall::acceptWithOptions(const QXVCCallOptionsPtr& options,
                                  QXVCErrorHandler completionHandler) {
-    if (QXVCMain::isCalling()) {
-        postHandler(completionHandler,
-                    QXVCMakeError(QXVCErrorInvalidAction, QXVCErrorInvalidAction,
-                                  "Another call cannot be accepted while an active call is in "
-                                  "progress."));
-        return;
-    }
-    if (myRole() == QXVCRoleCaller) {
-        postHandler(completionHandler,
-                    QXVCMakeError(QXVCErrorInvalidAction, QXVCErrorInvalidAction,
-                                  "Only callees (call recipients) can accept calls."));
-        return;
-    }
-    if (!options) {
-        postHandler(completionHandler,
-                    QXVCMakeError(QXVCErrorInvalidAction, QXVCErrorInvalidParameter,
-                                  "The options cannot be nil."));
-        return;
-    }
-    if (!options->channelUrl()) {
-        postHandler(completionHandler,
-                    QXVCMakeError(QXVCErrorInvalidAction, QXVCErrorInvalidParameter,
-                                  "The channelUrl of the options must have the string object."));
+    // The gate is taken in one atomic step, and only once every other check has
+    // passed: a refused accept never holds it, even for a moment. A refusal
+    // still names another call going on first, as the checks' order says.
+    if (auto refusal = acceptRefusal(myRole(), options)) {
+        postHandler(completionHandler, QXVCMain::isCalling() ? anotherCallError() : refusal);
         return;
     }
     auto self = weak_from_this().lock();
     if (!self) {
         return;
     }
+    if (!QXVCMain::trySetCalling()) {
+        postHandler(completionHandler, anotherCallError());
+        return;
+    }
 
     QXVCMain::setActiveCall(self);
-    QXVCMain::setCalling(true);
     setState(QXVCStateConnecting);
     {
         std::lock_guard lock(callMutex_);

@@ -11,6 +11,35 @@ bool isSpace(char c) {
     return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v';
 }
 
+/// True when the arrays and objects of `text` nest deeper than `limit`.
+/// Brackets inside strings do not count; one pass, no recursion. Exact for
+/// well-formed JSON, which is all that matters: the parser refuses the rest.
+bool deeperThan(std::string_view text, size_t limit) {
+    size_t depth = 0;
+    bool inString = false;
+    bool escaped = false;
+    for (const char c : text) {
+        if (inString) {
+            if (escaped) {
+                escaped = false;
+            } else if (c == '\\') {
+                escaped = true;
+            } else if (c == '"') {
+                inString = false;
+            }
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            if (++depth > limit) {
+                return true;
+            }
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return false;
+}
+
 int64_t saturate(double d) {
     if (std::isnan(d)) {
         return 0;
@@ -180,11 +209,19 @@ int32_t getInt32(const Json& object, std::string_view key, int32_t fallback) {
 }
 
 std::optional<Json> parse(std::string_view text) {
+    if (deeperThan(text, kMaxDepth)) {
+        return std::nullopt;
+    }
     Json value = Json::parse(text.begin(), text.end(), nullptr, /*allow_exceptions=*/false);
     if (value.is_discarded()) {
         return std::nullopt;
     }
     return value;
+}
+
+bool nestsTooDeep(std::string_view text) {
+    // accept() checks the syntax without building anything, iteratively.
+    return deeperThan(text, kMaxDepth) && Json::accept(text.begin(), text.end());
 }
 
 }  // namespace qxvc::json

@@ -27,6 +27,37 @@ Bytef* inputBytes(const std::string& bytes) {
     return reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
 }
 
+/// A zlib stream that is ended on every way out of the scope that owns it.
+class ZStream {
+  public:
+    enum class Kind { Deflate, Inflate };
+    explicit ZStream(Kind kind) : kind_(kind) { std::memset(&stream_, 0, sizeof(stream_)); }
+    ~ZStream() {
+        if (!initialised_) {
+            return;
+        }
+        if (kind_ == Kind::Deflate) {
+            deflateEnd(&stream_);
+        } else {
+            inflateEnd(&stream_);
+        }
+    }
+    ZStream(const ZStream&) = delete;
+    ZStream& operator=(const ZStream&) = delete;
+
+    /// Records the result of deflateInit2_/inflateInit2_; true on success.
+    bool initialised(int result) {
+        initialised_ = result == Z_OK;
+        return initialised_;
+    }
+    z_stream* get() { return &stream_; }
+
+  private:
+    z_stream stream_;
+    Kind kind_;
+    bool initialised_ = false;
+};
+
 }  // namespace
 
 std::string QXVCUtils::compressString(const std::optional<std::string>& text, QXDErrorPtr* error) {
@@ -35,44 +66,40 @@ std::string QXVCUtils::compressString(const std::optional<std::string>& text, QX
         return "";
     }
     const std::string& input = *text;
-    if (input.size() > UINT_MAX) {
-        fail(error, QXVCErrorUnknown);
-        return "";
-    }
-    z_stream stream;
-    std::memset(&stream, 0, sizeof(stream));
-    if (deflateInit2_(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, kGzipWindowBits, kMemoryLevel,
-                      Z_DEFAULT_STRATEGY, ZLIB_VERSION,
-                      static_cast<int>(sizeof(z_stream))) != Z_OK) {
+    ZStream guard(ZStream::Kind::Deflate);
+    z_stream& stream = *guard.get();
+    if (!guard.initialised(deflateInit2_(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, kGzipWindowBits,
+                                         kMemoryLevel, Z_DEFAULT_STRATEGY, ZLIB_VERSION,
+                                         static_cast<int>(sizeof(z_stream))))) {
         fail(error, QXVCErrorUnknown);
         return "";
     }
     std::string output;
     output.reserve(input.size() / 4);
-    stream.next_in = inputBytes(input);
-    stream.avail_in = static_cast<uInt>(input.size());
+    // zlib counts input in 32 bits: a text beyond that goes in several pieces,
+    // the stream finishing with the last. Any smaller text goes in at once.
+    size_t given = 0;
     unsigned char scratch[kScratchSize];
     for (;;) {
+        if (stream.avail_in == 0 && given < input.size()) {
+            const size_t piece = std::min<size_t>(input.size() - given, UINT_MAX);
+            stream.next_in = inputBytes(input) + given;
+            stream.avail_in = static_cast<uInt>(piece);
+            given += piece;
+        }
         stream.next_out = scratch;
         stream.avail_out = kScratchSize;
-        const int result = deflate(&stream, Z_FINISH);
+        const int flush = given == input.size() ? Z_FINISH : Z_NO_FLUSH;
+        const int result = deflate(&stream, flush);
         if (result != Z_OK && result != Z_STREAM_END) {
-            deflateEnd(&stream);
             fail(error, QXVCErrorUnknown);
             return "";
         }
         const size_t produced = kScratchSize - stream.avail_out;
-        if (output.size() + produced > kMaxDecompressedSize) {
-            // Far beyond any session description: a bomb, not an SDP.
-            inflateEnd(&stream);
-            fail(error, QXVCErrorUnknown);
-            return "";
-        }
         if (produced > 0) {
             output.append(reinterpret_cast<const char*>(scratch), produced);
         }
         if (result == Z_STREAM_END) {
-            deflateEnd(&stream);
             break;
         }
     }
@@ -90,12 +117,12 @@ std::optional<std::string> QXVCUtils::decompressString(const std::optional<std::
         fail(error, QXVCErrorUnknown);
         return "";
     }
-    z_stream stream;
-    std::memset(&stream, 0, sizeof(stream));
+    ZStream guard(ZStream::Kind::Inflate);
+    z_stream& stream = *guard.get();
     stream.next_in = inputBytes(input);
     stream.avail_in = static_cast<uInt>(input.size());
-    if (inflateInit2_(&stream, kAutoDetectWindowBits, ZLIB_VERSION,
-                      static_cast<int>(sizeof(z_stream))) != Z_OK) {
+    if (!guard.initialised(inflateInit2_(&stream, kAutoDetectWindowBits, ZLIB_VERSION,
+                                         static_cast<int>(sizeof(z_stream))))) {
         fail(error, QXVCErrorUnknown);
         return "";
     }
@@ -107,14 +134,12 @@ std::optional<std::string> QXVCUtils::decompressString(const std::optional<std::
         stream.avail_out = kScratchSize;
         const int result = inflate(&stream, Z_NO_FLUSH);
         if (result != Z_OK && result != Z_STREAM_END) {
-            inflateEnd(&stream);
             fail(error, QXVCErrorUnknown);
             return "";
         }
         const size_t produced = kScratchSize - stream.avail_out;
         if (output.size() + produced > kMaxDecompressedSize) {
             // Far beyond any session description: a bomb, not an SDP.
-            inflateEnd(&stream);
             fail(error, QXVCErrorUnknown);
             return "";
         }
@@ -122,9 +147,7 @@ std::optional<std::string> QXVCUtils::decompressString(const std::optional<std::
             output.append(reinterpret_cast<const char*>(scratch), produced);
         }
         if (result == Z_STREAM_END) {
-            const bool trailing = stream.avail_in > 0;
-            inflateEnd(&stream);
-            if (trailing) {
+            if (stream.avail_in > 0) {
                 fail(error, QXVCErrorUnknown);
                 return "";
             }

@@ -1,6 +1,7 @@
 // qxvc-phone's answer to bad input: flags, scripts and push files it cannot use
 // are refused with a clear message and status 2 before it connects anywhere;
-// a script step that fails makes the phone exit with status 1.
+// a script step that fails, or whose completion reports an error, makes the
+// phone exit with status 1.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -77,17 +78,22 @@ TEST(PhoneInputTest, BadFlagsScriptsAndPushFilesAreRefusedWithAReason) {
         {{"--bogus"}, "unknown flag '--bogus'"},
         {{"--user", "alice", "--channel", "c"}, "--server HOST:PORT is required"},
         {{"--server", "localhost"}, "--server wants HOST:PORT"},
-        {{"--server", "127.0.0.1:70000", "--user", "a", "--channel", "c"}, "--server wants"},
+        {{"--server=127.0.0.1:70000", "--user", "a", "--channel", "c"}, "--server wants"},
         {{"--server", "127.0.0.1:1", "--channel", "c"}, "--user is required"},
         {{"--server", "127.0.0.1:1", "--user", "a"}, "--channel is required"},
         {validWith({"--start-call-timeout", "10"}), "from 30 to 60"},
-        {validWith({"--start-call-timeout", "forty"}), "from 30 to 60"},
+        {validWith({"--start-call-timeout=forty"}), "from 30 to 60"},
         {validWith({"--push-mode", "later"}), "handle or build"},
-        {validWith({"--log-level"}), "needs a value"},
-        {validWith({"--script", "/nonexistent/script"}), "cannot read script"},
+        {validWith({"--log-level"}), "--log-level needs a value"},
+        {validWith({"--user="}), "--user needs a value"},
+        {validWith({"--auto-accept=yes"}), "--auto-accept takes no value"},
+        {validWith({"--script", "/nonexistent/script"}),
+         "cannot read script /nonexistent/script: No such file or directory"},
+        {validWith({"--script", "/tmp"}), "cannot read script /tmp: Is a directory"},
         {validWith({"--script", badScript}), ":3: unknown command 'dial'"},
         {validWith({"--script", badWait}), "unknown event 'didEverything'"},
-        {validWith({"--push-file", "/nonexistent/push.json"}), "cannot read push file"},
+        {validWith({"--push-file", "/nonexistent/push.json"}),
+         "cannot read push file /nonexistent/push.json: No such file or directory"},
         {validWith({"--push-file", notJson}), "is not JSON"},
         {validWith({"--push-file", notObjects}), "must be a JSON object"},
     };
@@ -97,7 +103,8 @@ TEST(PhoneInputTest, BadFlagsScriptsAndPushFilesAreRefusedWithAReason) {
         EXPECT_NE(outcome.output.find(c.reason), std::string::npos)
             << "expected \"" << c.reason << "\" in:\n"
             << outcome.output;
-        EXPECT_NE(outcome.output.find("usage: qxvc-phone"), std::string::npos);
+        // The reason alone: the usage is for --help.
+        EXPECT_EQ(outcome.output.find("usage:"), std::string::npos) << outcome.output;
     }
     for (const auto& path : {badScript, badWait, notJson, notObjects}) {
         std::remove(path.c_str());
@@ -105,7 +112,7 @@ TEST(PhoneInputTest, BadFlagsScriptsAndPushFilesAreRefusedWithAReason) {
 }
 
 TEST(PhoneInputTest, UnreachableServerIsAStartFailureNotAHang) {
-    const auto outcome = runPhone(kValid);
+    const auto outcome = runPhone({"--server=127.0.0.1:1", "--user=alice", "--channel=alice-bob"});
     EXPECT_EQ(outcome.status, 1) << outcome.output;
     EXPECT_NE(outcome.output.find("cannot log in to 127.0.0.1:1 as alice"), std::string::npos)
         << outcome.output;
@@ -132,4 +139,18 @@ TEST_F(PhoneCallTest, ScriptStepThatTimesOutFailsThePhoneAndForeignPushIsIgnored
     EXPECT_EQ(handled[0].field("result"), "0");
     std::remove(script.c_str());
     std::remove(push.c_str());
+}
+
+TEST_F(PhoneCallTest, StartThatCompletesWithAnErrorFailsThePhoneAndSaysWhy) {
+    const auto script = writeTemp("call video\nwait startCallCompleted 20\n");
+    // A channel alice is not in: the library refuses the start.
+    auto& alice = launchPhone("alice", {"--script=" + script, "--channel=no-such-channel"});
+    EXPECT_EQ(alice.process().waitExit(kStep), 1);
+    const auto completed = alice.events("startCallCompleted");
+    ASSERT_EQ(completed.size(), 1u);
+    EXPECT_NE(completed[0].field("error"), "0");
+    // The code comes with its text: "error=820401 (...)".
+    EXPECT_NE(completed[0].text.find(" (", completed[0].text.find("error=")), std::string::npos)
+        << completed[0].text;
+    std::remove(script.c_str());
 }

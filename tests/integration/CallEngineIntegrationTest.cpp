@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <future>
 #include <mutex>
+#include <thread>
 
 #include "GStreamerCallHarness.h"
 #include "VelmorinChat/QXDInProcessChatClient.h"
@@ -98,6 +99,10 @@ struct AppEvents {
         names.push_back(name);
         cv.notify_all();
     }
+    bool has(const std::string& name) {
+        std::lock_guard lock(mutex);
+        return std::find(names.begin(), names.end(), name) != names.end();
+    }
     bool waitFor(const std::string& name, double seconds = kWait) {
         std::unique_lock lock(mutex);
         return cv.wait_for(lock, std::chrono::duration<double>(seconds), [&] {
@@ -113,7 +118,7 @@ class CallEngineIntegrationTest : public ::testing::Test {
   protected:
     void SetUp() override {
         ASSERT_TRUE(turn_.start()) << turn_.error();
-        engine_ = RTCGstPlatform::create();
+        engine_ = RTCGstPlatform::create(engineOptions());
         ASSERT_NE(engine_, nullptr) << "GStreamer elements missing";
         RTCPlatform::install(engine_);
         velmorin::ServiceSettings settings;
@@ -147,6 +152,8 @@ class CallEngineIntegrationTest : public ::testing::Test {
         QXDMain::setChatClient(nullptr);
         RTCPlatform::install(nullptr);
     }
+
+    virtual RTCGstPlatform::Options engineOptions() const { return {}; }
 
     /// Bob sends a start through the service; the echo carries the call id and
     /// the TURN credentials of both sides.
@@ -424,6 +431,137 @@ TEST_F(CallEngineIntegrationTest, OutgoingCallIsAnsweredThroughTheIntakeAndEnded
     // not delivered to her); her own end cleared the call.
     EXPECT_TRUE(caller_->waitFor(10, [&] { return !QXVCMain::isCalling(); }));
     expectTornDown(connection, callId);
+}
+
+// A peer whose DTLS certificate is not the one its description names, on the
+// main queue's virtual clock: the engine refuses the connection, late packets
+// and pads find nothing to run against, and the call's timers end it.
+class TamperedPeerTest : public CallEngineIntegrationTest {
+  protected:
+    void SetUp() override {
+        QXVCMainQueue::replaceForTesting(main_);
+        CallEngineIntegrationTest::SetUp();
+    }
+    void TearDown() override {
+        CallEngineIntegrationTest::TearDown();
+        QXVCMainQueue::replaceForTesting(nullptr);
+    }
+    RTCGstPlatform::Options engineOptions() const override {
+        RTCGstPlatform::Options options;
+        options.disconnectedTimeout = 1;  // bob soon notices alice is gone
+        options.includeV4L2Cameras = false;
+        return options;
+    }
+
+    /// Runs the main queue's due work until `done` holds; false after `seconds`.
+    bool pumpUntil(const std::function<bool()>& done, double seconds = kWait) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+        for (;;) {
+            main_->runUntilIdle();
+            if (done()) {
+                return true;
+            }
+            if (std::chrono::steady_clock::now() > deadline) {
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+
+    void bobSendsDescription(const std::string& callId, const RTCSessionDescriptionPtr& sdp,
+                             const char* type) {
+        auto forged = GStreamerTamperedFingerprints(sdp->sdp());
+        ASSERT_NE(forged, sdp->sdp());
+        bobSends(callId, "SGNL",
+                 {{"type", type}, {"sdp", QXVCUtils::compressString(forged, nullptr)}});
+    }
+
+    /// Alice refuses bob's certificate: her call drops without ever opening and
+    /// stays quiet while bob's media still arrive; twenty seconds later her
+    /// timers end it as a timeout and everything is let go.
+    void expectRefusedThenEndedByTimers(const QXVCCallPtr& call, const std::string& callId) {
+        EXPECT_TRUE(pumpUntil([&] { return call->state() == QXVCStateDropped; }));
+        auto connection = call->peerConnection();
+        ASSERT_TRUE(connection);
+        EXPECT_EQ(connection->connectionState(), RTCPeerConnectionStateFailed);
+        // Bob got through his own check and kept sending until he noticed.
+        EXPECT_TRUE(pumpUntil([&] {
+            auto states = caller_->iceStates();
+            return std::find(states.begin(), states.end(), RTCIceConnectionStateDisconnected) !=
+                   states.end();
+        }));
+        EXPECT_FALSE(events_.has("didOpenCall"));
+        EXPECT_EQ(QXVCMain::getActiveCall(), call);
+
+        main_->advance(20);
+        EXPECT_TRUE(pumpUntil([&] { return events_.has("didSendEndCall"); }));
+        // The end message's type is its end type.
+        auto end = std::dynamic_pointer_cast<QXVCEndCallMessage>(bobInbox_->waitFor("timeout"));
+        ASSERT_TRUE(end);
+        EXPECT_EQ(end->endType(), QXVCEndTypeTimeout);
+        EXPECT_EQ(call->endType(), QXVCEndTypeTimeout);
+        EXPECT_FALSE(events_.has("didOpenCall"));
+        expectTornDown(connection, callId);
+    }
+
+    std::shared_ptr<QXVCManualQueue> main_ = QXVCManualQueue::create("main");
+};
+
+TEST_F(TamperedPeerTest, ForgedOfferFingerprintIsRefusedAndTheAnswerTimerEndsTheCall) {
+    auto app = makeApp();
+    bool started = false;
+    QXVCMain::startCallWithAudioOnly(false, optionsWithViews(),
+                                     [&](QXDErrorPtr error) { started = !error; });
+    ASSERT_TRUE(pumpUntil([&] { return started && events_.has("didSendStartCall"); }));
+    auto call = QXVCMain::getActiveCall();
+    ASSERT_TRUE(call);
+    call->viewIsReady();
+    auto start = std::dynamic_pointer_cast<QXVCStartCallMessage>(bobInbox_->waitFor("start"));
+    ASSERT_TRUE(start && start->callId());
+    const std::string callId = *start->callId();
+
+    makeRemote(*start, /*bobIsCaller=*/false);
+    ASSERT_TRUE(caller_ && caller_->pc);
+    std::promise<RTCSessionDescriptionPtr> offered;
+    caller_->pc->offerForConstraints(
+        nullptr, [&](RTCSessionDescriptionPtr sdp, QXDErrorPtr) { offered.set_value(sdp); });
+    auto offer = offered.get_future().get();
+    ASSERT_TRUE(offer);
+    caller_->pc->setLocalDescription(offer, nullptr);
+    tradeCandidates(callId);
+    bobSendsDescription(callId, offer, "offer");
+    EXPECT_TRUE(pumpUntil([&] { return bobInbox_->waitFor("answer", 0) != nullptr; }));
+    expectRefusedThenEndedByTimers(call, callId);
+}
+
+TEST_F(TamperedPeerTest, ForgedAnswerFingerprintIsRefusedAndTheReconnectTimerEndsTheCall) {
+    auto app = makeApp();
+    auto start = bobStartsACall();
+    ASSERT_TRUE(start && start->callId());
+    const std::string callId = *start->callId();
+    ASSERT_TRUE(pumpUntil([&] { return events_.has("didReceiveStartCall"); }));
+    auto call = QXVCMain::getCallWithCallId(callId);
+    ASSERT_TRUE(call);
+    bool accepted = false;
+    call->viewIsReady();
+    call->acceptWithOptions(optionsWithViews(), [&](QXDErrorPtr error) { accepted = !error; });
+    ASSERT_TRUE(pumpUntil([&] { return accepted; }));
+
+    auto offer = std::dynamic_pointer_cast<QXVCSignalMessage>(bobInbox_->waitFor("offer"));
+    ASSERT_TRUE(offer);
+    makeRemote(*start, /*bobIsCaller=*/true);
+    ASSERT_TRUE(caller_ && caller_->pc);
+    caller_->pc->setRemoteDescription(
+        std::make_shared<const RTCSessionDescription>(RTCSdpTypeOffer, offer->sdp()), nullptr);
+    tradeCandidates(callId);
+    std::promise<RTCSessionDescriptionPtr> answered;
+    caller_->pc->answerForConstraints(
+        nullptr, [&](RTCSessionDescriptionPtr sdp, QXDErrorPtr) { answered.set_value(sdp); });
+    auto answer = answered.get_future().get();
+    ASSERT_TRUE(answer);
+    caller_->pc->setLocalDescription(answer, nullptr);
+    bobSendsDescription(callId, answer, "answer");
+    expectRefusedThenEndedByTimers(call, callId);
 }
 
 }  // namespace

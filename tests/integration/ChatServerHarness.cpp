@@ -30,7 +30,7 @@ bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
 
 // Server ----------------------------------------------------------------------
 
-InProcessServer::InProcessServer(uint16_t port) {
+InProcessServer::InProcessServer(uint16_t port, velmorin::LoginBackoff::Settings backoff) {
     velmorin::server::setLogLevel(velmorin::server::LogLevel::Warning);
     velmorin::ServiceSettings settings;
     settings.turnServer = kTurnServer;
@@ -38,6 +38,7 @@ InProcessServer::InProcessServer(uint16_t port) {
     service = velmorin::ChatService::create(settings);
     velmorin::server::ChatServerOptions options;
     options.port = port;
+    options.loginBackoff = backoff;
     for (const auto& [id, nickname] : std::vector<std::pair<std::string, std::string>>{
              {"alice", "Alice"}, {"bob", "Bob"}, {"carol", "Carol"}}) {
         service->upsertUser(QXDUser(id, nickname));

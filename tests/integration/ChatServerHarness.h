@@ -33,7 +33,7 @@ bool waitUntil(const std::function<bool()>& condition,
 /// alice, bob (members of kChannel) and carol (no channel), tokens
 /// "<id>-token", the service in memory, on `port` (0: any free one).
 struct InProcessServer {
-    explicit InProcessServer(uint16_t port = 0);
+    explicit InProcessServer(uint16_t port = 0, velmorin::LoginBackoff::Settings backoff = {});
     ~InProcessServer();
     velmorin::ChatServicePtr service;
     std::unique_ptr<velmorin::server::ChatServer> server;

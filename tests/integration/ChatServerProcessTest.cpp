@@ -228,9 +228,17 @@ TEST_F(ChatServerProcessTest, BadConfigurationExitsWithTwoAndSaysWhy) {
         {"unknown key", {"--config", file("typo.json", R"({"user": []})").string()}},
         {"\"token\" is required",
          {"--config", file("tokenless.json", R"({"users":[{"user_id":"a"}]})").string()}},
-        {"Unknown user", {"--user", "alice:t", "--channel", "c:alice,zed"}},
-        {"cannot read", {"--config", (dir_ / "missing.json").string()}},
+        {"Unknown user",
+         {"--user=alice:t", "--channel=c:alice,zed", "--turn-server=turn:127.0.0.1:3478",
+          "--turn-secret=s"}},
+        {"cannot read " + (dir_ / "missing.json").string() + ": No such file or directory",
+         {"--config", (dir_ / "missing.json").string()}},
         {"unknown option", {"--frobnicate", "1"}},
+        // Refused at start rather than failing every login or every call later.
+        {"no users", {}},
+        {"--turn-server URL is required", {"--user", "alice:t"}},
+        {"--turn-server needs --turn-secret",
+         {"--user", "alice:t", "--turn-server", "turn:127.0.0.1:3478"}},
     };
     for (const auto& [why, args] : cases) {
         fs::remove(dir_ / "stderr.log");

@@ -1,6 +1,9 @@
 // The chat server's protocol, frame by frame, over real loopback sockets.
 #include <gtest/gtest.h>
 
+#include <future>
+#include <thread>
+
 #include "ChatServerHarness.h"
 #include "VelmorinService/ChatWireProtocol.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
@@ -51,6 +54,48 @@ TEST(ChatServerProtocolTest, LoginIsRequiredAndChecksTheToken) {
     EXPECT_EQ(errorCode(client.login("alice")), velmorin::wire::kWireAlreadyLoggedIn);
 }
 
+TEST(ChatServerProtocolTest, WrongLoginsAreHeldBackOneAfterAnotherAndRightOnesAreNot) {
+    velmorin::LoginBackoff::Settings backoff;
+    backoff.freeFailures = 1;
+    backoff.firstDelay = std::chrono::milliseconds(2000);
+    backoff.maxDelay = backoff.firstDelay;
+    InProcessServer server(0, backoff);
+
+    // mallory sends her guesses all at once; her own thread notes when each
+    // answer comes.
+    constexpr int kGuesses = 3;
+    std::promise<void> firstAnswer;
+    std::vector<std::pair<json, std::chrono::steady_clock::time_point>> answers;
+    std::thread mallory([&] {
+        RawClient client(server.port());
+        for (int i = 1; i <= kGuesses; ++i) {
+            client.sendText(
+                json{{"op", "login"}, {"id", i}, {"user_id", "alice"}, {"token", "guess"}}.dump());
+        }
+        for (int i = 1; i <= kGuesses; ++i) {
+            auto reply = client.readReply();
+            answers.emplace_back(reply.value_or(json()), std::chrono::steady_clock::now());
+            if (i == 1) {
+                firstAnswer.set_value();
+            }
+        }
+    });
+    firstAnswer.get_future().wait();
+    // alice, whose id mallory is guessing, gets in at once meanwhile.
+    RawClient alice(server.port());
+    EXPECT_TRUE(alice.login("alice").value("ok", false));
+    const auto aliceIn = std::chrono::steady_clock::now();
+    mallory.join();
+
+    ASSERT_EQ(answers.size(), static_cast<size_t>(kGuesses));
+    for (int i = 0; i < kGuesses; ++i) {
+        EXPECT_EQ(answers[i].first["id"], i + 1);  // each answered, in order
+        EXPECT_EQ(errorCode(answers[i].first), velmorin::wire::kWireUnauthorized);
+        // Only the first (free) guess was answered before alice's right login.
+        EXPECT_EQ(answers[i].second < aliceIn, i == 0) << "guess " << i + 1;
+    }
+}
+
 TEST(ChatServerProtocolTest, BadFramesGetErrorFramesAndDisturbNoOne) {
     InProcessServer server;
     RawClient alice(server.port());
@@ -58,6 +103,9 @@ TEST(ChatServerProtocolTest, BadFramesGetErrorFramesAndDisturbNoOne) {
     ASSERT_TRUE(alice.login("alice").value("ok", false));
     ASSERT_TRUE(bob.login("bob").value("ok", false));
 
+    const std::string deepArray = std::string(60000, '[') + std::string(60000, ']');
+    json deepStart = sendRequest(kChannel, "STCA{\"a\":" + deepArray + "}");
+    deepStart["id"] = 12;
     struct Case {
         std::string frame;
         long code;
@@ -73,6 +121,9 @@ TEST(ChatServerProtocolTest, BadFramesGetErrorFramesAndDisturbNoOne) {
          velmorin::wire::kWireBadRequest, 9},
         {R"({"id":10})", velmorin::wire::kWireBadRequest, 10},
         {R"({"op":"send"})", velmorin::wire::kWireBadRequest, nullptr},
+        // Too deep to handle, as a whole frame or as a start sent in a channel.
+        {deepArray, velmorin::wire::kWireBadRequest, nullptr},
+        {deepStart.dump(), velmorin::wire::kWireBadRequest, 12},
         {"{\"op\":\"send\",\"id\":11,\"data\":\"" + std::string(300 * 1024, 'x') + "\"}",
          velmorin::wire::kWireFrameTooLarge, nullptr},
     };

@@ -1,5 +1,6 @@
 #include "GStreamerCallHarness.h"
 
+#include <filesystem>
 #include <future>
 
 #include "RTCGstCapturer.h"
@@ -129,6 +130,32 @@ std::chrono::steady_clock::time_point GStreamerPeer::connectedAt() const {
 std::vector<std::string> GStreamerPeer::candidateLines() const {
     std::lock_guard lock(mutex_);
     return candidates_;
+}
+
+std::string GStreamerTamperedFingerprints(std::string sdp) {
+    const std::string key = "a=fingerprint:sha-256 ";
+    for (auto at = sdp.find(key); at != std::string::npos; at = sdp.find(key, at + 1)) {
+        char& c = sdp[at + key.size()];
+        c = c == 'A' ? 'B' : 'A';
+    }
+    return sdp;
+}
+
+namespace {
+size_t entries(const char* dir) {
+    std::error_code error;
+    auto it = std::filesystem::directory_iterator(dir, error);
+    return error ? 0
+                 : static_cast<size_t>(std::distance(it, std::filesystem::directory_iterator{}));
+}
+}  // namespace
+
+size_t GStreamerOpenDescriptors() {
+    return entries("/proc/self/fd");
+}
+
+size_t GStreamerThreads() {
+    return entries("/proc/self/task");
 }
 
 RTCConfigurationPtr GStreamerRelayConfiguration(const std::string& url, const std::string& username,
@@ -262,14 +289,8 @@ GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platfo
     call.b->pc->setLocalDescription(answer.first, nullptr);
     auto remoteAnswer = answer.first;
     if (options.tamperAnswerFingerprint) {
-        std::string sdp = remoteAnswer->sdp();
-        // Every media line names the same, now wrong, certificate.
-        for (auto at = sdp.find("a=fingerprint:sha-256 "); at != std::string::npos;
-             at = sdp.find("a=fingerprint:sha-256 ", at + 1)) {
-            char& c = sdp[at + 22];
-            c = c == 'A' ? 'B' : 'A';
-        }
-        remoteAnswer = std::make_shared<RTCSessionDescription>(RTCSdpTypeAnswer, sdp);
+        remoteAnswer = std::make_shared<RTCSessionDescription>(
+            RTCSdpTypeAnswer, GStreamerTamperedFingerprints(remoteAnswer->sdp()));
     }
     std::promise<QXDErrorPtr> applied;
     call.a->pc->setRemoteDescription(remoteAnswer,

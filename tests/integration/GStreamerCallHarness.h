@@ -122,6 +122,14 @@ struct GStreamerCall {
     void close();
 };
 
+/// `sdp` naming a certificate that is not the one its sender presents: one hex
+/// digit of every SHA-256 fingerprint is changed.
+std::string GStreamerTamperedFingerprints(std::string sdp);
+
+/// Open file descriptors and threads of this process.
+size_t GStreamerOpenDescriptors();
+size_t GStreamerThreads();
+
 /// A configuration as calls make it: relay only, Unified Plan, a fresh certificate.
 RTCConfigurationPtr GStreamerRelayConfiguration(const std::string& url, const std::string& username,
                                                 const std::string& password);

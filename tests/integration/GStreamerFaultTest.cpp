@@ -79,6 +79,30 @@ TEST_F(GStreamerFaultTest, ForgedFingerprintFailsTheConnection) {
     }));
 }
 
+TEST_F(GStreamerFaultTest, RemoteCandidatesOfAnyKindLeaveAWorkingPathAlone) {
+    connect();
+    // What a peer that is not relay-only sends as a matter of course: host and
+    // server-reflexive addresses that cannot be reached from here.
+    for (const char* line : {"candidate:1 1 UDP 2130706431 192.0.2.77 9 typ host",
+                             "candidate:2 1 UDP 1694498815 198.51.100.7 40000 typ srflx raddr "
+                             "0.0.0.0 rport 0",
+                             "candidate:3 1 UDP 2130706431 127.0.0.1 9 typ host"}) {
+        for (auto& peer : {call_.a, call_.b}) {
+            peer->pc->addIceCandidate(std::make_shared<RTCIceCandidate>(line, 0, std::nullopt));
+        }
+    }
+    // Media keep flowing both ways for longer than the watchdog's silence limit.
+    for (auto& peer : {call_.a, call_.b}) {
+        uint64_t frames = peer->remoteRenderer->frames();
+        EXPECT_TRUE(peer->waitFor(20, [&] { return peer->remoteRenderer->frames() > frames + 90; }))
+            << peer->name;
+    }
+    for (auto& peer : {call_.a, call_.b}) {
+        EXPECT_FALSE(contains(peer->iceStates(), RTCIceConnectionStateDisconnected)) << peer->name;
+        EXPECT_EQ(peer->pc->connectionState(), RTCPeerConnectionStateConnected) << peer->name;
+    }
+}
+
 TEST_F(GStreamerFaultTest, FrozenTurnServerDisconnectsAndReconnects) {
     connect();
     turn_.pause();

@@ -1,4 +1,4 @@
-// The text helpers of the GStreamer engine (no GStreamer needed).
+// The description helpers of the GStreamer engine.
 #include <gtest/gtest.h>
 
 #include "RTCGstCertificates.h"
@@ -41,9 +41,11 @@ TEST(GStreamerSdpUtilsTest, OnlyRelayCandidatesSurviveWithoutTheirRelatedAddress
     EXPECT_EQ(rtcgst::sanitizeRelayCandidate(relay),
               "candidate:3 1 UDP 16777215 127.0.0.1 50000 typ relay raddr 0.0.0.0 rport 0");
 
-    std::string sdp = "v=0\r\nm=audio 9 UDP/TLS/RTP/SAVPF 111\r\na=" + host + "\r\na=" + relay +
-                      "\r\na=" + srflx + "\r\na=mid:audio0\r\n";
-    std::string filtered = rtcgst::filterCandidates(sdp);
+    auto sdp = rtcgst::parseSdp("v=0\r\nm=audio 9 UDP/TLS/RTP/SAVPF 111\r\na=" + host +
+                                "\r\na=" + relay + "\r\na=" + srflx + "\r\na=mid:audio0\r\n");
+    ASSERT_TRUE(sdp);
+    rtcgst::filterCandidates(sdp.get());
+    std::string filtered = rtcgst::sdpText(sdp.get());
     EXPECT_EQ(filtered.find("192.168.1.20"), std::string::npos) << filtered;
     EXPECT_EQ(filtered.find("203.0.113.9"), std::string::npos) << filtered;
     EXPECT_NE(filtered.find("typ relay raddr 0.0.0.0 rport 0"), std::string::npos);
@@ -51,15 +53,17 @@ TEST(GStreamerSdpUtilsTest, OnlyRelayCandidatesSurviveWithoutTheirRelatedAddress
 }
 
 TEST(GStreamerSdpUtilsTest, FingerprintsAreRewrittenAndReadNormalized) {
-    std::string sdp =
+    auto sdp = rtcgst::parseSdp(
         "v=0\r\na=fingerprint:SHA-256 ab:cd\r\nm=audio 9 X 111\r\na=fingerprint:sha-256 AB:CD\r\n"
-        "m=video 9 X 96\r\na=fingerprint:sha-1 01:02\r\n";
-    auto prints = rtcgst::fingerprints(sdp);
+        "m=video 9 X 96\r\na=fingerprint:sha-1 01:02\r\n");
+    ASSERT_TRUE(sdp);
+    auto prints = rtcgst::fingerprints(sdp.get());
     ASSERT_EQ(prints.size(), 3u);
     EXPECT_EQ(prints[0].algorithm, "sha-256");
     EXPECT_EQ(prints[0].value, "AB:CD");
     EXPECT_EQ(prints[2].algorithm, "sha-1");
-    auto fixed = rtcgst::fingerprints(rtcgst::replaceFingerprints(sdp, "11:22"));
+    rtcgst::replaceFingerprints(sdp.get(), "11:22");
+    auto fixed = rtcgst::fingerprints(rtcgst::parseSdp(rtcgst::sdpText(sdp.get())).get());
     ASSERT_EQ(fixed.size(), 3u);
     for (const auto& print : fixed) {
         EXPECT_EQ(print.algorithm, "sha-256");
@@ -74,7 +78,7 @@ TEST(GStreamerSdpUtilsTest, MediaLinesKeepOrderPayloadTypesAndDirections) {
         "a=rtpmap:100 vp8/90000\r\na=rtpmap:101 rtx/90000\r\n"
         "m=audio 9 UDP/TLS/RTP/SAVPF 109\r\na=mid:1\r\na=rtpmap:109 opus/48000/2\r\n"
         "m=application 9 UDP/DTLS/SCTP webrtc-datachannel\r\na=mid:2\r\n";
-    auto lines = rtcgst::mediaLines(offer);
+    auto lines = rtcgst::mediaLines(rtcgst::parseSdp(offer).get());
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_EQ(lines[0].kind, "video");
     EXPECT_EQ(lines[0].vp8PayloadType, 100);

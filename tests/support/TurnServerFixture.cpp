@@ -87,27 +87,20 @@ bool TurnServerFixture::start() {
     port_ = freePort();
     secret_ = randomHex(16);
     int minPort = 40000 + (port_ % 1000) * 16;
-    std::vector<std::string> args = {"turnserver",
-                                     "-n",
-                                     "--listening-ip=127.0.0.1",
-                                     "--relay-ip=127.0.0.1",
-                                     "--listening-port=" + std::to_string(port_),
-                                     "--min-port=" + std::to_string(minPort),
-                                     "--max-port=" + std::to_string(minPort + 15),
-                                     "--use-auth-secret",
-                                     "--static-auth-secret=" + secret_,
-                                     "--realm=velmorin.local",
-                                     "--no-tls",
-                                     "--no-dtls",
-                                     "--no-cli",
-                                     "--allow-loopback-peers",
-                                     "--fingerprint",
-                                     "--userdb=" + dir_ + "/turndb",
-                                     "--pidfile=" + dir_ + "/turnserver.pid",
-                                     "--log-file=" + logPath_,
-                                     "--simple-log",
-                                     "--no-stdout-log",
-                                     "--verbose"};
+    std::vector<std::string> args = {
+        "turnserver", "-n", "--listening-ip=127.0.0.1", "--relay-ip=127.0.0.1",
+        "--listening-port=" + std::to_string(port_), "--min-port=" + std::to_string(minPort),
+        "--max-port=" + std::to_string(minPort + 15), "--use-auth-secret",
+        "--static-auth-secret=" + secret_, "--realm=velmorin.local", "--no-tls", "--no-dtls",
+        "--no-cli", "--allow-loopback-peers",
+        // The relay socket is bound to loopback and cannot send anywhere else:
+        // coturn would drop the whole allocation on the first such send (a
+        // check towards a peer's host candidate), so other peers are refused.
+        "--denied-peer-ip=0.0.0.0-255.255.255.255",
+        "--denied-peer-ip=::-ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff",
+        "--allowed-peer-ip=127.0.0.0-127.255.255.255", "--fingerprint",
+        "--userdb=" + dir_ + "/turndb", "--pidfile=" + dir_ + "/turnserver.pid",
+        "--log-file=" + logPath_, "--simple-log", "--no-stdout-log", "--verbose"};
     std::vector<char*> argv;
     for (auto& arg : args) {
         argv.push_back(arg.data());

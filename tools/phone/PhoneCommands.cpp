@@ -8,14 +8,6 @@
 #include "VelmorinVideoChat/Call/QXVCCallOptions.h"
 #include "VelmorinVideoChat/QXVCMain.h"
 
-namespace {
-
-std::string errorText(const QXDErrorPtr& error) {
-    return error ? "error=" + std::to_string(error->code()) : "error=0";
-}
-
-}  // namespace
-
 bool PhoneController::run(const PhoneCommand& command, std::string& error) {
     const auto& name = command.name;
     if (name == "call") {
@@ -74,14 +66,22 @@ bool PhoneController::placeCall(bool audioOnly, std::string& error) {
     auto options = makeCallOptions(audioOnly);
     auto log = log_;
     std::weak_ptr<PhoneController> weak = weak_from_this();
-    QXVCMain::startCallWithAudioOnly(audioOnly, options, [log, weak](QXDErrorPtr startError) {
-        auto call = QXVCMain::getActiveCall();
-        if (auto self = weak.lock(); self && call && !startError) {
-            call->viewIsReady();
-            self->remember(call);
-        }
-        log->event("startCallCompleted", startError ? nullptr : call, errorText(startError));
-    });
+    auto simultaneous = simultaneousStart_;
+    if (simultaneous) {
+        simultaneous->setStartUnderWay(true);
+    }
+    QXVCMain::startCallWithAudioOnly(
+        audioOnly, options, [log, weak, simultaneous](QXDErrorPtr startError) {
+            if (simultaneous) {
+                simultaneous->setStartUnderWay(false);
+            }
+            auto call = QXVCMain::getActiveCall();
+            if (auto self = weak.lock(); self && call && !startError) {
+                call->viewIsReady();
+                self->remember(call);
+            }
+            log->completion("startCallCompleted", startError ? nullptr : call, startError);
+        });
     return true;
 }
 
@@ -97,7 +97,7 @@ bool PhoneController::endCall(std::string& error) {
     auto log = log_;
     std::weak_ptr<QXVCCall> weakCall = call;
     call->endWithCompletionHandler([log, weakCall](QXDErrorPtr endError) {
-        log->event("endCompleted", weakCall.lock(), errorText(endError));
+        log->completion("endCompleted", weakCall.lock(), endError);
     });
     return true;
 }

@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "VelmorinVideoChat/Call/QXVCCallOptions.h"
+#include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
 #include "VelmorinVideoChat/QXVCMain.h"
 #include "VelmorinVideoChat/QXVCTypesInternal.h"
 
@@ -23,10 +24,6 @@ std::string endFields(const QXVCCallPtr& call) {
 
 std::string orDash(const std::string& text) {
     return text.empty() ? "-" : text;
-}
-
-std::string errorField(const QXDErrorPtr& error) {
-    return error ? "error=" + std::to_string(error->code()) : "error=0";
 }
 
 }  // namespace
@@ -72,7 +69,8 @@ void PhoneController::install() {
         self->onEvent("didReceiveStartCall", call);
         if (call && call->operationMode() == QXVCOperationModeAutoAcceptSimultaneousStartCall) {
             // The library accepts this one itself, with the views of our own
-            // start, which are in place.
+            // start, which are in place: say so before its accept runs (it runs
+            // right after this when our start's refusal came first).
             call->viewIsReady();
             return;
         }
@@ -142,6 +140,11 @@ void PhoneController::install() {
     };
     QXVCMain::setVideoViewDelegate(viewDelegate_);
 
+    if (options_.autoAcceptSimultaneous) {
+        simultaneousStart_ = std::make_shared<PhoneSimultaneousStart>(options_.channel, log_);
+        QXDMain::addChannelDelegate(simultaneousStart_, PhoneSimultaneousStart::kIdentifier);
+    }
+
     frameWatch_ = std::thread([this] { watchFrames(); });
 }
 
@@ -161,6 +164,9 @@ void PhoneController::shutdown() {
         QXVCMain::removeVideoChatDelegateWithIdentifier("qxvc-phone");
         QXVCMain::removeVideoViewDelegate();
         chatDelegate_.reset();
+    }
+    if (simultaneousStart_) {
+        QXDMain::removeChannelDelegate(PhoneSimultaneousStart::kIdentifier);
     }
 }
 
@@ -220,7 +226,7 @@ void PhoneController::accept(const QXVCCallPtr& call) {
     auto log = log_;
     std::weak_ptr<QXVCCall> weakCall = call;
     call->acceptWithOptions(options, [log, weakCall](QXDErrorPtr error) {
-        log->event("acceptCompleted", weakCall.lock(), errorField(error));
+        log->completion("acceptCompleted", weakCall.lock(), error);
     });
 }
 

@@ -17,6 +17,7 @@
 #include "PhoneEventLog.h"
 #include "PhoneOptions.h"
 #include "PhoneRemoteView.h"
+#include "PhoneSimultaneousStart.h"
 #include "VelmorinVideoChat/Call/QXVCCall.h"
 #include "VelmorinVideoChat/Delegates/QXVCVideoChatDelegate.h"
 #include "VelmorinVideoChat/Delegates/QXVCVideoViewDelegate.h"
@@ -87,6 +88,7 @@ class PhoneController : public std::enable_shared_from_this<PhoneController> {
     PhoneMedia media_;
     QXVCVideoChatDelegatePtr chatDelegate_;
     QXVCVideoViewDelegatePtr viewDelegate_;
+    std::shared_ptr<PhoneSimultaneousStart> simultaneousStart_;  // with auto-accept only
 
     mutable std::mutex mutex_;
     QXVCCallPtr current_;

@@ -1,5 +1,6 @@
 #include "PhoneEventLog.h"
 
+#include <algorithm>
 #include <ctime>
 
 PhoneEventLog::PhoneEventLog(std::FILE* out)
@@ -84,6 +85,27 @@ void PhoneEventLog::event(const std::string& name, const QXVCCallPtr& call,
         ++counts_[name];
     }
     seen_.notify_all();
+}
+
+void PhoneEventLog::completion(const std::string& name, const QXVCCallPtr& call,
+                               const QXDErrorPtr& error) {
+    if (!error) {
+        event(name, call, "error=0");
+        return;
+    }
+    std::string text = error->localizedDescription();
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+    {
+        std::lock_guard lock(mutex_);
+        ++failedCompletions_;
+    }
+    event(name, call, "error=" + std::to_string(error->code()) + " (" + text + ")");
+}
+
+int PhoneEventLog::failedCompletions() const {
+    std::lock_guard lock(mutex_);
+    return failedCompletions_;
 }
 
 bool PhoneEventLog::waitFor(const std::string& name, double seconds) {

@@ -3,6 +3,8 @@
 // event as it happens:
 //
 //   EVENT t=<ms since start> wall=<UTC time> <name> call=<id|-> state=<state> [key=value ...]
+//   EVENT ... startCallCompleted|acceptCompleted|endCompleted ... error=0
+//   EVENT ... startCallCompleted ... error=<code> (<localized description>)
 //   STATS t=... wall=... call=... state=... frames=<remote frames> width=.. height=..
 //         localFrames=.. videoBytesSent=.. videoBytesReceived=.. audioBytesSent=..
 //         audioBytesReceived=.. countersUs=<when the engine read its counters>
@@ -26,6 +28,11 @@ class PhoneEventLog {
 
     /// Prints an EVENT line for `call` (which may be null) and records it.
     void event(const std::string& name, const QXVCCallPtr& call, const std::string& extra = "");
+    /// Prints the EVENT line of a completion with its error field; an error
+    /// counts as a failed step.
+    void completion(const std::string& name, const QXVCCallPtr& call, const QXDErrorPtr& error);
+    /// How many completions reported an error.
+    int failedCompletions() const;
     /// Prints "<kind> t=... wall=... <text>".
     void stamped(const std::string& kind, const std::string& text);
     /// Prints `text` as it is.
@@ -50,4 +57,5 @@ class PhoneEventLog {
     std::condition_variable seen_;
     std::map<std::string, int> counts_;
     std::map<std::string, int> consumed_;
+    int failedCompletions_ = 0;
 };

@@ -38,10 +38,11 @@ struct PhoneOptionsResult {
     std::string error;  ///< set when neither options nor help
 };
 
-/// Reads the flags (argv without the program name). Never throws.
+/// Reads the flags (argv without the program name), each as `--flag value` or
+/// `--flag=value`. An error names the flag and what is wrong with it. Never throws.
 PhoneOptionsResult parsePhoneOptions(const std::vector<std::string>& args);
 
-/// The usage text printed by --help and after a flag error.
+/// The usage text printed by --help: one line per flag, from the flag table.
 std::string phoneUsage();
 
 /// Parses a whole decimal integer in [min, max]; nullopt for anything else.

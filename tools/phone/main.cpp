@@ -1,24 +1,28 @@
 // qxvc-phone: a command-line phone on VelmorinVideoChat, the GStreamer engine and
 // the WebSocket chat client. It logs in, then runs commands from a script or
 // stdin and prints every callback as one EVENT line (see PhoneEventLog.h).
-// Exit status: 0 when every step succeeded, 1 when a step failed or the phone
-// could not start, 2 for bad flags, scripts or push files.
+// Exit status: 0 when every step succeeded, 1 when a step failed (a command, a
+// wait, or a start, accept or end whose completion reported an error) or the
+// phone could not start, 2 for bad flags, scripts or push files.
 #include <unistd.h>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <sstream>
+#include <thread>
 
 #include "PhoneCommand.h"
 #include "PhoneController.h"
 #include "PhoneEngine.h"
 #include "PhoneEventLog.h"
 #include "PhoneOptions.h"
-#include "RTCGstPlatform.h"
 #include "VelmorinChat/QXDWebSocketChatClient.h"
+#include "VelmorinGStreamer/RTCGstPlatform.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
+#include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
 #include "VelmorinVideoChat/QXVCMain.h"
 
 namespace {
@@ -31,17 +35,38 @@ namespace {
     _exit(status);
 }
 
-[[noreturn]] void usageError(const std::string& message) {
-    std::fprintf(stderr, "qxvc-phone: %s\n%s", message.c_str(), phoneUsage().c_str());
+/// Bad flags, scripts and push files: the reason, and status 2.
+[[noreturn]] void inputError(const std::string& message) {
+    std::fprintf(stderr, "qxvc-phone: %s\n", message.c_str());
     finish(2);
+}
+
+/// The whole file, or an input error that says why it cannot be read.
+std::string readInputFile(const std::string& what, const std::string& path) {
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    std::string text;
+    int error = file ? 0 : errno;
+    char chunk[4096];
+    while (file) {
+        const size_t n = std::fread(chunk, 1, sizeof chunk, file);
+        text.append(chunk, n);
+        if (n < sizeof chunk) {
+            error = std::ferror(file) ? errno : 0;
+            break;
+        }
+    }
+    if (file) {
+        std::fclose(file);
+    }
+    if (error != 0) {
+        inputError("cannot read " + what + " " + path + ": " + std::strerror(error));
+    }
+    return text;
 }
 
 /// Reads and checks a whole script before anything runs.
 std::vector<std::pair<int, PhoneCommand>> loadScript(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) {
-        usageError("cannot read script " + path);
-    }
+    std::istringstream in(readInputFile("script", path));
     std::vector<std::pair<int, PhoneCommand>> commands;
     std::string text;
     int number = 0;
@@ -49,7 +74,7 @@ std::vector<std::pair<int, PhoneCommand>> loadScript(const std::string& path) {
         ++number;
         auto parsed = parsePhoneCommand(text);
         if (!parsed.error.empty()) {
-            usageError(path + ":" + std::to_string(number) + ": " + parsed.error);
+            inputError(path + ":" + std::to_string(number) + ": " + parsed.error);
         }
         if (parsed.command) {
             commands.emplace_back(number, std::move(*parsed.command));
@@ -60,15 +85,9 @@ std::vector<std::pair<int, PhoneCommand>> loadScript(const std::string& path) {
 
 /// A push file holds one payload (an object) or several (an array of objects).
 std::vector<nlohmann::json> loadPushFile(const std::string& path) {
-    std::ifstream in(path);
-    if (!in) {
-        usageError("cannot read push file " + path);
-    }
-    std::stringstream text;
-    text << in.rdbuf();
-    auto json = nlohmann::json::parse(text.str(), nullptr, false);
+    auto json = nlohmann::json::parse(readInputFile("push file", path), nullptr, false);
     if (json.is_discarded()) {
-        usageError("push file " + path + " is not JSON");
+        inputError("push file " + path + " is not JSON");
     }
     std::vector<nlohmann::json> payloads;
     if (json.is_object()) {
@@ -76,12 +95,12 @@ std::vector<nlohmann::json> loadPushFile(const std::string& path) {
     } else if (json.is_array() && !json.empty()) {
         for (auto& item : json) {
             if (!item.is_object()) {
-                usageError("push file " + path + ": every payload must be a JSON object");
+                inputError("push file " + path + ": every payload must be a JSON object");
             }
             payloads.push_back(std::move(item));
         }
     } else {
-        usageError("push file " + path + " must hold an object or a non-empty array of objects");
+        inputError("push file " + path + " must hold an object or a non-empty array of objects");
     }
     return payloads;
 }
@@ -96,7 +115,7 @@ int main(int argc, char** argv) {
         finish(0);
     }
     if (!parsed.options) {
-        usageError(parsed.error);
+        inputError(parsed.error);
     }
     const PhoneOptions options = *parsed.options;
     const bool scripted = !options.scriptPath.empty();
@@ -107,7 +126,7 @@ int main(int argc, char** argv) {
     std::error_code dirError;
     std::filesystem::create_directories(options.snapshotDir, dirError);
     if (dirError) {
-        usageError("cannot create snapshot folder " + options.snapshotDir + ": " +
+        inputError("cannot create snapshot folder " + options.snapshotDir + ": " +
                    dirError.message());
     }
 
@@ -125,6 +144,13 @@ int main(int argc, char** argv) {
         }
         finish(0);
     }
+    // Says when the engine's work ahead of calls (plugins, DTLS, certificates)
+    // is done; benchmarks read it.
+    std::thread([engine, log] {
+        if (engine->waitUntilPrepared(60)) {
+            log->stamped("INFO", "engine=prepared");
+        }
+    }).detach();
     QXVCMain::setLogLevel(options.logLevel);
     if (options.startCallTimeout > 0) {
         QXVCMain::setStartCallTimeout(options.startCallTimeout);
@@ -138,6 +164,11 @@ int main(int argc, char** argv) {
     chatOptions.port = options.port;
     chatOptions.userId = options.user;
     chatOptions.token = options.token;
+    // Events and completions in the order they came off the wire, on one
+    // thread: the library and the phone see an incoming start and the refusal
+    // of their own start in that order (PhoneSimultaneousStart.h).
+    chatOptions.eventQueue = QXVCSerialQueue::create("qxvc-phone.chat");
+    chatOptions.callbackQueue = chatOptions.eventQueue;
     auto client = QXDWebSocketChatClient::create(chatOptions);
     if (!client) {
         std::fprintf(stderr, "qxvc-phone: cannot create the chat client\n");
@@ -215,6 +246,8 @@ int main(int argc, char** argv) {
     }
     controller->shutdown();
     client->disconnect();
+    // A step whose completion reported an error failed too.
+    failed = failed || log->failedCompletions() > 0;
     log->stamped("EXIT", std::string("status=") + (failed ? "1" : "0"));
     finish(failed ? 1 : 0);
 }

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "VelmorinVideoChat/Utils/QXVCJSON.h"
 #include "VelmorinVideoChat/Utils/QXVCUtils.h"
 
 namespace {
@@ -94,7 +95,9 @@ SignallingAudit auditSignalling(const std::string& dbPath) {
         if (customType.rfind(prefix, 0) == 0 && customType.size() > prefix.size()) {
             callId = customType.substr(prefix.size());
         }
-        auto body = nlohmann::json::parse(data.size() > 4 ? data.substr(4) : "", nullptr, false);
+        // Bounded depth: the walk below recurses, and a member may have sent anything.
+        const auto parsed = qxvc::json::parse(data.size() > 4 ? data.substr(4) : "");
+        const nlohmann::json body = parsed ? *parsed : nlohmann::json();
         if (body.is_object()) {
             if (body.contains("call_id") && body["call_id"].is_string()) {
                 callId = body["call_id"].get<std::string>();

@@ -78,24 +78,19 @@ bool TurnProcess::start(std::string& error) {
     // Relay ports away from the listener, and apart for servers on other ports.
     const int minPort = 40000 + (port_ % 1000) * 16;
     ChildProcess::Setup setup;
-    setup.argv = {"turnserver",
-                  "-n",
-                  "--listening-ip=127.0.0.1",
-                  "--relay-ip=127.0.0.1",
+    setup.argv = {"turnserver", "-n", "--listening-ip=127.0.0.1", "--relay-ip=127.0.0.1",
                   "--listening-port=" + std::to_string(port_),
                   "--min-port=" + std::to_string(minPort),
-                  "--max-port=" + std::to_string(minPort + 15),
-                  "--use-auth-secret",
-                  "--static-auth-secret=" + secret_,
-                  "--realm=velmorin.local",
-                  "--no-tls",
-                  "--no-dtls",
-                  "--no-cli",
-                  "--allow-loopback-peers",
-                  "--fingerprint",
-                  "--userdb=" + workDir_ + "/turndb",
-                  "--log-file=" + logPath(),
-                  "--simple-log",
+                  "--max-port=" + std::to_string(minPort + 15), "--use-auth-secret",
+                  "--static-auth-secret=" + secret_, "--realm=velmorin.local", "--no-tls",
+                  "--no-dtls", "--no-cli", "--allow-loopback-peers",
+                  // The relay socket is bound to loopback and cannot send anywhere else:
+                  // coturn would drop the whole allocation on the first such send (a
+                  // check towards a peer's host candidate), so other peers are refused.
+                  "--denied-peer-ip=0.0.0.0-255.255.255.255",
+                  "--denied-peer-ip=::-ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff",
+                  "--allowed-peer-ip=127.0.0.0-127.255.255.255", "--fingerprint",
+                  "--userdb=" + workDir_ + "/turndb", "--log-file=" + logPath(), "--simple-log",
                   "--no-stdout-log"};
     setup.logPath = workDir_ + "/turnserver.out";
     process_ = ChildProcess::start(std::move(setup), error);

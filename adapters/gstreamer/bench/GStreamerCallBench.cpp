@@ -4,8 +4,10 @@
 //   velmorin_gstreamer_bench [--calls N] [--seconds S]
 //
 // Prints the median (and min/max) time from asking for the offer to both
-// peers Connected and to the first remote frame at both peers, then the CPU
-// share and memory of this process during a call of S seconds.
+// peers Connected and to the first remote frame at both peers (certificates
+// made ahead), what the process holds after 1, 10 and 100 calls (RSS, open
+// descriptors, threads), then the CPU share and memory of this process during
+// a call of S seconds.
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -88,11 +90,29 @@ int main(int argc, char** argv) {
     std::vector<double> toFirstFrame;
     std::vector<double> frameAfterConnected;
     int failures = 0;
-    // The first call of a process also loads the GStreamer plugins; it is
-    // reported on its own and left out of the medians.
+    int made = 0;
+    long rssFirst = 0;
+    // What the process holds once a call's tear-down has settled.
+    auto resources = [&] {
+        size_t descriptors = 0;
+        for (int settled = 0, tries = 0; settled < 5 && tries < 100; ++tries) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            size_t now = GStreamerOpenDescriptors();
+            settled = now == descriptors ? settled + 1 : 0;
+            descriptors = now;
+        }
+        long rss = statusKb("VmRSS:");
+        rssFirst = rssFirst ? rssFirst : rss;
+        std::printf(
+            "after %3d calls: RSS %6.1f MiB (%+.1f MiB since the first), %zu open "
+            "descriptors, %zu threads\n",
+            made, double(rss) / 1024, double(rss - rssFirst) / 1024, descriptors,
+            GStreamerThreads());
+    };
+    // The first call of a process is reported on its own and left out of the
+    // medians.
     for (int i = -1; i < calls; ++i) {
-        std::this_thread::sleep_for(
-            std::chrono::milliseconds(300));  // keys refill, like a real gap
+        platform->waitUntilPrepared(10);  // certificates made ahead
         auto call = GStreamerCall::start(platform, options);
         bool ok = call.error.empty();
         for (auto& peer : {call.a, call.b}) {
@@ -104,7 +124,7 @@ int main(int argc, char** argv) {
             std::fprintf(stderr, "call %d did not connect: %s\n", i, call.error.c_str());
         } else if (i < 0) {
             std::printf(
-                "first call of the process (plugins loading): Connected after %.1f ms\n",
+                "first call of the process: Connected after %.1f ms\n",
                 ms(std::max(call.a->connectedAt(), call.b->connectedAt()) - call.offerRequestedAt));
         } else {
             auto connected = std::max(call.a->connectedAt(), call.b->connectedAt());
@@ -115,6 +135,22 @@ int main(int argc, char** argv) {
             frameAfterConnected.push_back(ms(frame - connected));
         }
         call.close();
+        if (++made == 1) {
+            resources();
+        }
+    }
+    // Calls one after the other up to 100.
+    for (int target : {10, 100}) {
+        while (made < target) {
+            auto call = GStreamerCall::start(platform, options);
+            bool ok = call.error.empty() && call.a->waitFor(20, [&] {
+                return call.a->remoteRenderer->frames() > 0 && call.b->remoteRenderer->frames() > 0;
+            });
+            failures += ok ? 0 : 1;
+            call.close();
+            ++made;
+        }
+        resources();
     }
     std::printf("GStreamer engine, relay-only through coturn on loopback, %d calls (%d failed)\n",
                 calls, failures);

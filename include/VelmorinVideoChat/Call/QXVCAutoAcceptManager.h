@@ -24,10 +24,16 @@
 //  - Start first, then refusal: the call is accepted at once, before the
 //    delegates hear of it (they hear didReceiveStartCall when the start's own
 //    0.25 s wait ends).
-//  - An automatic accept uses the refused start's options, views included, and
-//    marks the call's views ready (viewIsReady) first: the application placed
-//    those views for its own start, and in the start-first order it cannot
-//    announce them for a call it has not heard of yet.
+//  - An automatic accept is an ordinary accept with the refused start's
+//    options; it does not touch the views. Like any accept, it goes on to the
+//    offer only if viewIsReady() was called on the call before it. Refusal
+//    first, the application can do that in didReceiveStartCall (the call's
+//    operation mode is already QXVCOperationModeAutoAcceptSimultaneousStartCall
+//    then). Start first, it must do it before the refusal arrives, when the
+//    incoming call is registered but not yet presented: for instance when its
+//    own start is under way and it sees the other start come in on the chat
+//    channel (QXVCMain::getCallWithCallId). Otherwise the accept waits for
+//    views forever and the caller's start-call timer ends the call.
 //  - Records leave the maps only when a pair is settled refusal-first. A start
 //    settled alone stays recorded for its channel, so the next incoming start in
 //    that channel with another call id is taken as a conflict: the delegates

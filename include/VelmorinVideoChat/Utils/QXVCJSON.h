@@ -16,8 +16,14 @@
 //    an optional sign, then decimal digits up to the first non-digit, saturated
 //    (no digits gives 0). Arrays and objects give the default.
 //  - Objects: a pointer to the member when it is a JSON object, else nullptr.
+//
+// Depth: copying, comparing or writing a JSON value recurses once per level of
+// nesting, so parse() refuses text whose arrays and objects nest deeper than
+// kMaxDepth. Every text from outside (a peer, a client, the chat server, a
+// stored message) is read through it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -45,8 +51,17 @@ bool getBool(const Json& object, std::string_view key, bool fallback);
 int64_t getInt64(const Json& object, std::string_view key, int64_t fallback);
 int32_t getInt32(const Json& object, std::string_view key, int32_t fallback);
 
-/// Parses `text` without throwing. nullopt on a syntax error (or an empty text).
+/// The deepest nesting of arrays and objects parse() accepts: a top-level
+/// object is one level, an object inside it two. Far beyond anything the
+/// protocols here send, far below what the stack allows.
+inline constexpr size_t kMaxDepth = 64;
+
+/// Parses `text` without throwing and without recursion. nullopt on a syntax
+/// error, an empty text, or nesting deeper than kMaxDepth.
 std::optional<Json> parse(std::string_view text);
+/// True when `text` is well-formed JSON that parse() refused only for nesting
+/// deeper than kMaxDepth (so a caller can say why it refused).
+bool nestsTooDeep(std::string_view text);
 
 /// Platform string-to-number rules, exposed for callers reading plain text.
 int64_t int64FromText(std::string_view text);

@@ -10,15 +10,19 @@
 
 class QXVCUtils {
   public:
-    /// The base64 text of the gzip stream of `text`'s UTF-8 bytes. Never nil: on
-    /// failure returns "" and, when `error` is given, stores the error there
-    /// (code 820400 for a nil text, 820000 otherwise; both carry the description
-    /// of code 820000). On success `*error` is left as it was.
+    /// The base64 text of the gzip stream of `text`'s UTF-8 bytes, whatever its
+    /// size. Never nil: on failure returns "" and, when `error` is given, stores
+    /// the error there (code 820400 for a nil text, 820000 otherwise; both carry
+    /// the description of code 820000). On success `*error` is left as it was.
     static std::string compressString(const std::optional<std::string>& text,
                                       QXDErrorPtr* error = nullptr);
 
-    /// The most a compressed text may inflate to (1 MiB). A session description
-    /// is a few kilobytes; anything far larger is a compression bomb from a peer.
+    /// Security limit: the most a compressed text may inflate to (1 MiB).
+    /// Compressed text comes from peers, and a few hundred bytes of it can
+    /// inflate to gigabytes; a session description is a few kilobytes. This is
+    /// the one place where the library deliberately refuses a valid stream:
+    /// decompressString fails on anything that inflates further, even the
+    /// compressed form of a longer text made by compressString.
     static constexpr size_t kMaxDecompressedSize = 1024 * 1024;
 
     /// The text inside a compressed form. Accepts a gzip or a zlib stream; the

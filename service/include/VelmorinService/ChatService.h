@@ -38,6 +38,9 @@
 //  - "ENCA": the service writes "ender" ({"user_id": the sender}) and "period"
 //    (milliseconds from the call's start to now; 0 for a call id it does not
 //    know) and, for a call it knows, "caller" and "callee" as in the start.
+//  - An "STCA"/"ENCA" whose JSON nests deeper than qxvc::json::kMaxDepth is
+//    refused: nothing is stored or delivered and `send` returns the wire
+//    protocol's "bad_request" error (kWireErrorDomain, kWireBadRequest).
 //  - Everything else — other commands ("SGNL"), plain chat messages, data that
 //    is not signalling, and "STCA"/"ENCA" whose JSON is malformed or not an
 //    object — is stored and relayed unchanged.

@@ -6,6 +6,8 @@
 // answered with an error "frame_too_large" and otherwise ignored; the
 // connection carries on. Frames beyond kHardFrameLimitBytes close the
 // connection (WebSocket close code 1009). Binary frames get "binary_frame".
+// JSON that nests deeper than qxvc::json::kMaxDepth (64) levels, in a frame or
+// in the body of a sent "STCA"/"ENCA", is answered with "bad_request".
 //
 // Requests (client to server) carry "op" and a request id "id" (a JSON number
 // or string, echoed verbatim in the reply):
@@ -17,7 +19,8 @@
 //       ("limit" optional, at most kMaxFetchLimit, which is also the default)
 //   {"op":"take_push_payloads","id":5}
 // Nothing but "login" is accepted before a successful login, and "login" only
-// once per connection.
+// once per connection. The reply to a wrong login may be held back, and the
+// connection's next frames wait behind it (VelmorinService/LoginBackoff.h).
 //
 // Replies (server to client), exactly one per request:
 //   {"type":"reply","id":<id>,"ok":true,"result":{...}}

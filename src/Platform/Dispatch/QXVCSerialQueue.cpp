@@ -45,8 +45,11 @@ struct QXVCSerialQueue::State {
                 continue;
             }
             auto first = entries.begin();
-            if (first->first.first > Clock::now()) {
-                wake.wait_until(lock, first->first.first);
+            // A copy: the entry may be gone when the wait ends (the queue's
+            // owner drops every entry as it goes).
+            const Clock::time_point due = first->first.first;
+            if (due > Clock::now()) {
+                wake.wait_until(lock, due);
                 continue;
             }
             Entry entry = std::move(first->second);

@@ -1,6 +1,9 @@
 #include "VelmorinVideoChat/Platform/RTC/RTCVideoFrame.h"
 
+#include <libyuv/convert_argb.h>
+
 #include <algorithm>
+#include <cstdint>
 
 size_t RTCVideoFrame::i420Size(int32_t width, int32_t height) {
     if (width <= 0 || height <= 0) {
@@ -44,20 +47,12 @@ std::shared_ptr<const RTCVideoFrame> RTCVideoFrame::blackFrame(int32_t width, in
 }
 
 std::vector<uint8_t> RTCVideoFrame::toRGBA() const {
-    std::vector<uint8_t> out(size_t(width_) * size_t(height_) * 4);
-    auto clamp = [](int v) { return static_cast<uint8_t>(std::clamp(v, 0, 255)); };
-    for (int32_t y = 0; y < height_; ++y) {
-        for (int32_t x = 0; x < width_; ++x) {
-            int c = dataY()[size_t(y) * size_t(strideY()) + size_t(x)] - 16;
-            size_t ci = size_t(y / 2) * size_t(strideU()) + size_t(x / 2);
-            int d = dataU()[ci] - 128;
-            int e = dataV()[ci] - 128;
-            uint8_t* px = &out[(size_t(y) * size_t(width_) + size_t(x)) * 4];
-            px[0] = clamp((298 * c + 409 * e + 128) >> 8);
-            px[1] = clamp((298 * c - 100 * d - 208 * e + 128) >> 8);
-            px[2] = clamp((298 * c + 516 * d + 128) >> 8);
-            px[3] = 255;
-        }
+    if (width_ > INT32_MAX / 4) {
+        return {};
     }
+    std::vector<uint8_t> out(size_t(width_) * size_t(height_) * 4);
+    // libyuv names formats by their little-endian word: ABGR is R, G, B, A in memory.
+    libyuv::I420ToABGR(dataY(), strideY(), dataU(), strideU(), dataV(), strideV(), out.data(),
+                       width_ * 4, width_, height_);
     return out;
 }

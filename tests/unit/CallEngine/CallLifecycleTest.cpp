@@ -1,5 +1,9 @@
 // Accept, end and the timers of one call, on the fake engine and the manual
 // queue's virtual clock.
+#include <atomic>
+#include <latch>
+#include <thread>
+
 #include "unit/CallEngine/CallEngineFixture.h"
 
 namespace {
@@ -57,6 +61,36 @@ TEST_F(CallEngineTest, AcceptChecksFailInOrderWithTheirErrorsAndChangeNothing) {
     EXPECT_EQ(call->peerConnection(), nullptr);
     EXPECT_EQ(call->options(), nullptr);
     EXPECT_TRUE(chat->sent().empty());
+}
+
+TEST_F(CallEngineTest, TwoAcceptsAtOnceFromTwoThreadsLetExactlyOneThrough) {
+    auto options = QXVCCallOptions::initWithChannelUrl(kChannel);
+    for (int round = 0; round < 200; ++round) {
+        SCOPED_TRACE(round);
+        const QXVCCallPtr calls[] = {incomingCall("one-" + std::to_string(round)),
+                                     incomingCall("two-" + std::to_string(round))};
+        std::atomic<int> refused{0};
+        std::latch together(2);
+        auto accept = [&](const QXVCCallPtr& call) {
+            together.arrive_and_wait();
+            call->acceptWithOptions(options, [&refused](QXDErrorPtr error) {
+                refused += error && error->code() == QXVCErrorInvalidAction ? 1 : 0;
+            });
+        };
+        std::thread first(accept, calls[0]);
+        std::thread second(accept, calls[1]);
+        first.join();
+        second.join();
+        queue->runUntilIdle();
+        ASSERT_EQ(refused.load(), 1);
+        const auto winner = QXVCMain::getActiveCall();
+        const auto& loser = winner == calls[0] ? calls[1] : calls[0];
+        ASSERT_TRUE(winner == calls[0] || winner == calls[1]);
+        EXPECT_EQ(winner->options(), options);
+        EXPECT_EQ(loser->options(), nullptr);
+        QXVCMain::clearInstanceWithCall(winner);
+        ASSERT_FALSE(QXVCMain::isCalling());
+    }
 }
 
 TEST_F(CallEngineTest, AcceptWithReadyViewsSendsARelayOnlyOfferAndReportsIt) {

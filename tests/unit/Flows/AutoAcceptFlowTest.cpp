@@ -55,7 +55,7 @@ TEST_F(AutoAcceptTest, RefusalThenStartAcceptsTheIncomingCallWithTheRefusedOptio
     EXPECT_EQ(handlerErrors.size(), 1u) << "the handler is called once";
 }
 
-TEST_F(AutoAcceptTest, StartThenRefusalAcceptsAtOnceAndPresentsTheCallLater) {
+TEST_F(AutoAcceptTest, StartThenRefusalAcceptsAtOnceAndLeavesTheViewsToTheApplication) {
     std::string bobsCall = startFrom("bob");
     aliceStarts();
     run();
@@ -67,15 +67,24 @@ TEST_F(AutoAcceptTest, StartThenRefusalAcceptsAtOnceAndPresentsTheCallLater) {
     EXPECT_EQ(call->operationMode(), QXVCOperationModeAutoAcceptSimultaneousStartCall);
     EXPECT_EQ(count("didReceiveStartCall"), 0);
     EXPECT_TRUE(logged("[QXVC] Auto-accept after receiving error of start call."));
-
-    // The accept proceeds with the refused start's views: the offer goes out.
-    lastConnection()->completeAll();
-    run();
-    EXPECT_EQ(receivedBy(), std::vector<std::string>{"SGNL offer"});
+    EXPECT_FALSE(call->getReadyToProceed()) << "the views are the application's to declare";
 
     queue->advance(QXVCAutoAcceptData::kPairingWindow);
     EXPECT_EQ(count("didReceiveStartCall"), 1);
     EXPECT_TRUE(QXVCAutoAcceptManager::recordForCallId(bobsCall)->finished());
+    // The accept came before the views were declared: it goes no further.
+    EXPECT_TRUE(receivedBy().empty());
+}
+
+TEST_F(AutoAcceptTest, StartThenRefusalSendsTheOfferWhenTheViewsWereDeclaredBefore) {
+    std::string bobsCall = startFrom("bob");
+    run();
+    QXVCMain::getCallWithCallId(bobsCall)->viewIsReady();
+    aliceStarts();
+    run();
+    lastConnection()->completeAll();
+    run();
+    EXPECT_EQ(receivedBy(), std::vector<std::string>{"SGNL offer"});
 }
 
 TEST_F(AutoAcceptTest, DisagreeingCallKindsEndTheIncomingCall) {

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "VelmorinService/ChatService.h"
+#include "VelmorinService/ChatWireProtocol.h"
 #include "VelmorinService/TurnCredentials.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
 #include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
@@ -263,6 +264,26 @@ TEST_F(ChatServiceTest, EverythingElseIsRelayedUnchanged) {
         EXPECT_EQ(bobReceived[0]->data(), data);
     }
     // None of the malformed starts counted as a start.
+    EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
+}
+
+TEST_F(ChatServiceTest, SignallingThatNestsTooDeepIsRefusedWithBadRequest) {
+    // {"a":{"a":...}} 60,000 levels deep, about 360 KB: rewriting it used to
+    // recurse once per level.
+    std::string deep;
+    for (int i = 0; i < 60000; ++i) {
+        deep += R"({"a":)";
+    }
+    deep += "1" + std::string(60000, '}');
+    for (const char* command : {"STCA", "ENCA"}) {
+        auto sent = send("alice", "ab", command + deep);
+        ASSERT_NE(sent.error, nullptr) << command;
+        EXPECT_EQ(sent.error->domain(), velmorin::wire::kWireErrorDomain);
+        EXPECT_EQ(sent.error->code(), velmorin::wire::kWireBadRequest);
+        EXPECT_EQ(sent.error->localizedDescription().rfind("bad_request: ", 0), 0u);
+    }
+    EXPECT_TRUE(bobReceived.empty());
+    EXPECT_TRUE(service->messages("alice", "ab").value.empty());
     EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
 }
 

@@ -10,12 +10,12 @@
 namespace {
 
 /// Inflates with zlib directly (gzip only), independent of the code under test.
-std::string gunzip(const std::string& bytes) {
+std::string gunzip(const std::string& bytes, size_t capacity = 1 << 16) {
     z_stream s{};
     EXPECT_EQ(inflateInit2(&s, 15 + 16), Z_OK);
     s.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
     s.avail_in = static_cast<uInt>(bytes.size());
-    std::string out(1 << 16, '\0');
+    std::string out(capacity, '\0');
     s.next_out = reinterpret_cast<Bytef*>(out.data());
     s.avail_out = static_cast<uInt>(out.size());
     EXPECT_EQ(inflate(&s, Z_FINISH), Z_STREAM_END);
@@ -214,6 +214,26 @@ TEST(Compression, InflatingFarBeyondAnySessionDescriptionIsRefused) {
     QXDErrorPtr error;
     EXPECT_EQ(QXVCUtils::decompressString(bomb, &error), std::optional<std::string>(""));
     ASSERT_TRUE(error);
+    EXPECT_EQ(error->code(), 820000);
+}
+
+TEST(Compression, CompressesAnyTextAndOnlyReadingBackHasALimit) {
+    // 2 MiB of printable noise: its gzip stream is well over 1 MiB.
+    std::string text(2 * 1024 * 1024, ' ');
+    uint32_t seed = 12345;
+    for (auto& c : text) {
+        seed = seed * 1664525u + 1013904223u;
+        c = static_cast<char>('!' + (seed >> 24) % 94);
+    }
+    QXDErrorPtr error = kUntouched;
+    const std::string packed = QXVCUtils::compressString(text, &error);
+    EXPECT_EQ(error, kUntouched);
+    const std::string stream = qxvc::base64::decodeLenient(packed);
+    EXPECT_GT(stream.size(), QXVCUtils::kMaxDecompressedSize);
+    EXPECT_EQ(gunzip(stream, text.size()), text);
+    // A peer's text that inflates beyond the limit is refused.
+    EXPECT_EQ(QXVCUtils::decompressString(packed, &error), std::optional<std::string>(""));
+    ASSERT_NE(error, kUntouched);
     EXPECT_EQ(error->code(), 820000);
 }
 

@@ -51,6 +51,21 @@ TEST(LenientJSON, ParseNeverThrows) {
     EXPECT_TRUE(js::parse("[1,2]").has_value());
 }
 
+TEST(LenientJSON, ParseRefusesNestingDeeperThanTheLimitAndSaysWhy) {
+    const auto nested = [](size_t depth) {
+        return std::string(depth, '[') + std::string(depth, ']');
+    };
+    EXPECT_TRUE(js::parse(nested(js::kMaxDepth)).has_value());
+    EXPECT_FALSE(js::parse(nested(js::kMaxDepth + 1)).has_value());
+    EXPECT_TRUE(js::nestsTooDeep(nested(60000)));
+    EXPECT_FALSE(js::nestsTooDeep(nested(js::kMaxDepth)));
+    EXPECT_FALSE(js::nestsTooDeep(std::string(60000, '[')));  // not JSON: malformed, not deep
+    // Brackets inside strings, after escaped quotes too, are text.
+    const std::string text = R"({"s":"\"[[{{)" + std::string(200, '[') + R"(","n":[[1]]})";
+    ASSERT_TRUE(js::parse(text).has_value());
+    EXPECT_EQ(js::parse(text)->at("n").dump(), "[[1]]");
+}
+
 struct Described {
     std::string description() const { return "<described>"; }
 };

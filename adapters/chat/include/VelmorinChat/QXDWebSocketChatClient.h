@@ -17,7 +17,8 @@
 //
 // Threads: channel events reach the delegates on the event queue, one at a
 // time, in message-id order, each message once (by message id) across
-// reconnections. Lookup and send completions run on the callback queue.
+// reconnections; each event goes to the delegates in the order of their
+// identifiers. Lookup and send completions run on the callback queue.
 // The network runs on a thread of the client's own. Delegates are held weakly.
 // Every method is thread-safe; no exception leaves the client.
 #pragma once

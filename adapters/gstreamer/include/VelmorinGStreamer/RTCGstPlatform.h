@@ -17,7 +17,14 @@
 //  - only relay candidates ever surface (their related address zeroed), and
 //    host or server-reflexive candidates are dropped from local descriptions;
 //  - the DTLS certificate the peer presents is checked against the remote
-//    description's fingerprint; a mismatch fails the connection.
+//    description's fingerprint; a mismatch fails the connection (ICE reports
+//    Disconnected, then Failed, when it had connected);
+//  - a closed or failed connection frees its pipeline, ICE agent and sockets
+//    (after asking the TURN server to delete its allocation), and no late
+//    signal, pad or probe of it runs any more;
+//  - work no call depends on (plugin loading, GStreamer's DTLS set-up, RSA
+//    keys for the certificates) starts in the background when the engine is
+//    made.
 //
 // Media ends are real devices (RTCGstMediaOptions.h): the microphone from the
 // sound server (or a file, or a test tone), with echo cancellation, noise
@@ -79,6 +86,9 @@ class RTCGstPlatform final : public RTCPlatform,
     bool isProximityMonitoringEnabled() const override;
     void setProximityMonitoringEnabled(bool enabled) override;
 
+    /// Waits at most `seconds` until the work done ahead of calls (plugins,
+    /// DTLS set-up, the pool of certificates) is complete; true when it is.
+    bool waitUntilPrepared(double seconds) const;
     const Options& options() const { return options_; }
     /// The media choices now in force; setMediaOptions applies to the next call
     /// (and to the camera list at once).
