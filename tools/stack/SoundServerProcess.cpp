@@ -51,6 +51,13 @@ bool SoundServerProcess::start(std::string& error) {
             }
             out << "load-module module-remap-source source_name=" << user << "_mic master=" << user
                 << "_room.monitor source_properties=device.description=" << user << "_mic\n";
+            // A room is never quite silent: a quiet source keeps its sink rendering in
+            // small blocks, so that the microphone hears from the first 10 ms on (an idle
+            // null sink renders in blocks of a second or more).
+            out << "load-module module-null-source source_name=" << user << "_quiet rate=48000"
+                << " channels=1\n"
+                << "load-module module-loopback source=" << user << "_quiet sink=" << user
+                << "_room latency_msec=20 source_dont_move=true sink_dont_move=true\n";
         }
         if (!out) {
             error = "cannot write " + config;
