@@ -22,7 +22,7 @@ struct PhoneOptions {
     PushMode pushMode = PushMode::Handle;
     long startCallTimeout = 0;  ///< 0: the library's default
     long logLevel = 0;
-    // Media ends (see the engine's RTCGstMediaOptions.h).
+    // Media ends (see the engine's <VelmorinGStreamer/RTCGstMediaOptions.h>).
     std::string microphone;   ///< "" default source, "tone", a file or a source
     std::string speaker;      ///< "" default sink, or a sink of the sound server
     std::string camera;       ///< "" default, "front", "back", a V4L2 device or a file
