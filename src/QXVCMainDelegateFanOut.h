@@ -10,8 +10,8 @@
 #include <tuple>
 #include <utility>
 
-#include "Utils/QXVCSafeCall.h"
 #include "VelmorinVideoChat/QXVCMain.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 namespace qxvc {
 

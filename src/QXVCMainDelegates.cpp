@@ -1,7 +1,7 @@
 // QXVCMain: the application's delegates and the completion-handler queue.
 #include "QXVCMainState.h"
-#include "Utils/QXVCSafeCall.h"
 #include "VelmorinVideoChat/QXVCMain.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 void QXVCMain::addVideoChatDelegate(const QXVCVideoChatDelegatePtr& delegate,
                                     const std::string& identifier) {

@@ -7,8 +7,8 @@
 #include <unistd.h>
 
 #include "QXVCMainState.h"
-#include "Utils/QXVCSafeCall.h"
 #include "VelmorinVideoChat/QXVCMain.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 namespace {
 

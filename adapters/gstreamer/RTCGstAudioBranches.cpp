@@ -6,12 +6,12 @@
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
 
-#include "Platform/RTC/RTCLogging.h"
 #include "RTCGstAudioDevices.h"
 #include "RTCGstAudioRecorder.h"
 #include "RTCGstMediaSettings.h"
 #include "RTCGstPeerConnectionImpl.h"
 #include "RTCGstPlatform.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
 
 using Impl = RTCGstPeerConnection::Impl;
 

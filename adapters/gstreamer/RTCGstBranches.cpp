@@ -8,11 +8,11 @@
 #include <algorithm>
 #include <climits>
 
-#include "Platform/RTC/RTCLogging.h"
 #include "RTCGstFrames.h"
 #include "RTCGstMedia.h"
 #include "RTCGstPeerConnectionImpl.h"
 #include "RTCGstPlatform.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
 
 using Impl = RTCGstPeerConnection::Impl;
 

@@ -7,11 +7,11 @@
 #include <string>
 #include <thread>
 
-#include "Platform/RTC/RTCLogging.h"
 #include "RTCGstFrameTag.h"
 #include "RTCGstFrames.h"
 #include "RTCGstMediaSettings.h"
-#include "Utils/QXVCSafeCall.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 void RTCGstCaptureSession::addPreviewRenderer(const RTCVideoRendererPtr& renderer) {
     if (!renderer) {

@@ -2,11 +2,11 @@
 // states as WebRTC reports them, the packet watchdog, the TURN deadline and
 // the check of the peer's DTLS certificate. Everything here runs on the
 // signalling queue.
-#include "Platform/RTC/RTCLogging.h"
 #include "RTCGstCertificates.h"
 #include "RTCGstFrames.h"
 #include "RTCGstPeerConnectionImpl.h"
 #include "RTCGstPlatform.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
 
 using Impl = RTCGstPeerConnection::Impl;
 

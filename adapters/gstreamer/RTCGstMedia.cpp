@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Utils/QXVCSafeCall.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 void RTCGstAudioSource::setVolume(double volume) {
     volume_.store(std::clamp(volume, 0.0, 10.0));

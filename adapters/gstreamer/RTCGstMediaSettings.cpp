@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "Platform/RTC/RTCLogging.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
 
 RTCGstMediaSettings::RTCGstMediaSettings(RTCGstMediaOptions options)
     : options_(std::move(options)), worker_(QXVCSerialQueue::create("rtc.media-files")) {

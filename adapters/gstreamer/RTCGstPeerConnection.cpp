@@ -3,11 +3,11 @@
 #include <gst/sdp/sdp.h>
 #include <gst/webrtc/webrtc.h>
 
-#include "Platform/RTC/RTCLogging.h"
 #include "RTCGstMedia.h"
 #include "RTCGstPeerConnectionImpl.h"
 #include "RTCGstPlatform.h"
-#include "Utils/QXVCSafeCall.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 namespace {
 

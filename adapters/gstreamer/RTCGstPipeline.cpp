@@ -2,13 +2,13 @@
 // handlers that feed the signalling queue.
 #include <gst/webrtc/webrtc.h>
 
-#include "Platform/RTC/RTCLogging.h"
 #include "RTCGstCertificates.h"
 #include "RTCGstFrames.h"
 #include "RTCGstMedia.h"
 #include "RTCGstPeerConnectionImpl.h"
 #include "RTCGstPlatform.h"
-#include "Utils/QXVCSafeCall.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 using Impl = RTCGstPeerConnection::Impl;
 

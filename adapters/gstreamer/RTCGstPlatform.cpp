@@ -11,7 +11,7 @@
 #include "RTCGstMediaSettings.h"
 #include "RTCGstPeerConnection.h"
 #include "RTCGstWarmUp.h"
-#include "Utils/QXVCSafeCall.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 namespace {
 

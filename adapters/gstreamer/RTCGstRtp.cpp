@@ -1,6 +1,6 @@
 #include "RTCGstRtp.h"
 
-#include "Utils/QXVCSafeCall.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 RTCMediaStreamTrackPtr RTCGstRtpSender::track() const {
     std::lock_guard lock(mutex_);

@@ -7,7 +7,7 @@
 
 #include "RTCGstPeerConnection.h"
 #include "RTCGstPeerConnectionImpl.h"
-#include "Utils/QXVCSafeCall.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 namespace {
 

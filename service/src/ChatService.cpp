@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "ChatServiceState.h"
-#include "Utils/QXVCSafeCall.h"
 #include "VelmorinService/TurnCredentials.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 namespace velmorin {
 

@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "QXVCMainDelegateFanOut.h"
-#include "Utils/QXVCSafeCall.h"
 #include "VelmorinVideoChat/Call/QXVCCall.h"
 #include "VelmorinVideoChat/QXVCMain.h"
 #include "VelmorinVideoChat/QXVCTypesInternal.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 namespace {
 

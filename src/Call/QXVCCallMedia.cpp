@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <limits>
 
-#include "Platform/RTC/RTCLogging.h"
 #include "VelmorinVideoChat/Call/QXVCCall.h"
 #include "VelmorinVideoChat/Client/QXVCClient.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCCameraVideoCapturer.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCPeerConnectionFactory.h"
 #include "VelmorinVideoChat/QXVCMain.h"
 #include "VelmorinVideoChat/QXVCTypesInternal.h"

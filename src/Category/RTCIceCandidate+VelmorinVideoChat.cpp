@@ -2,7 +2,7 @@
 
 #include <exception>
 
-#include "Platform/RTC/RTCLogging.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
 #include "VelmorinVideoChat/QXVCTypesInternal.h"
 #include "VelmorinVideoChat/Utils/QXVCFormat.h"
 #include "VelmorinVideoChat/Utils/QXVCJSON.h"

@@ -1,8 +1,8 @@
 #include "VelmorinVideoChat/View/QXVCRemoteVideoView.h"
 
 #include "Utils/QXVCPng.h"
-#include "Utils/QXVCSafeCall.h"
 #include "VelmorinVideoChat/Utils/QXVCFormat.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 std::shared_ptr<QXVCRemoteVideoView> QXVCRemoteVideoView::create() {
     // The constructor is protected so views are always owned by a shared_ptr

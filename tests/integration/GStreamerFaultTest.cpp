@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "GStreamerCallHarness.h"
-#include "Platform/RTC/RTCLogging.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
 #include "support/TurnServerFixture.h"
 
 namespace {

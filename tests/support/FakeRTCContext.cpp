@@ -1,6 +1,6 @@
 #include "support/FakeRTCContext.h"
 
-#include "Utils/QXVCSafeCall.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 void FakeRTCContext::record(std::string entry) {
     std::lock_guard lock(mutex_);

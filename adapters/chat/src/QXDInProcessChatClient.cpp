@@ -5,7 +5,7 @@
 
 #include "QXDInProcessClientState.h"
 #include "QXDInProcessGroupChannel.h"
-#include "Utils/QXVCSafeCall.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 namespace {
 

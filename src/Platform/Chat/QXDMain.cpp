@@ -4,7 +4,7 @@
 #include <mutex>
 #include <utility>
 
-#include "Utils/QXVCSafeCall.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 const char* const QXDErrorDomain = "QXDErrorDomain";
 

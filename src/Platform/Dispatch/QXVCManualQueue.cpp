@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "Platform/Dispatch/QXVCTimerImpl.h"
-#include "Utils/QXVCSafeCall.h"
 #include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 struct QXVCManualQueue::State {
     struct Entry {

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "Platform/Dispatch/QXVCTimerImpl.h"
-#include "Utils/QXVCSafeCall.h"
 #include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 using Clock = std::chrono::steady_clock;
 

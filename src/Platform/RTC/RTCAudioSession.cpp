@@ -1,8 +1,8 @@
 #include "VelmorinVideoChat/Platform/RTC/RTCAudioSession.h"
 
-#include "Utils/QXVCSafeCall.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCPlatform.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCTypes.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 namespace {
 QXDErrorPtr sessionError(long code, const std::string& text) {

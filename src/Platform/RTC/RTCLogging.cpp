@@ -1,10 +1,10 @@
-#include "Platform/RTC/RTCLogging.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
 
 #include <cstdio>
 #include <mutex>
 #include <utility>
 
-#include "Utils/QXVCSafeCall.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 namespace {
 

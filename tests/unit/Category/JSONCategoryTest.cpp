@@ -3,10 +3,10 @@
 #include <cmath>
 #include <vector>
 
-#include "Platform/RTC/RTCLogging.h"
 #include "VelmorinVideoChat/Category/NSDictionary+VelmorinVideoChat.h"
 #include "VelmorinVideoChat/Category/RTCIceCandidate+VelmorinVideoChat.h"
 #include "VelmorinVideoChat/Category/RTCSessionDescription+VelmorinVideoChat.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
 
 namespace {
 

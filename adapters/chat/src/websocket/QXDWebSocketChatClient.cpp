@@ -8,10 +8,10 @@
 
 #include "QXDWebSocketClientState.h"
 #include "QXDWebSocketGroupChannel.h"
-#include "Utils/QXVCSafeCall.h"
 #include "VelmorinService/ChatWireCodec.h"
 #include "VelmorinService/ChatWireProtocol.h"
 #include "VelmorinVideoChat/Utils/QXVCJSON.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 namespace wire = velmorin::wire;
 using nlohmann::json;
