@@ -68,7 +68,7 @@ bool QXVCMain::handleCallMessage(const std::shared_ptr<QXVCCallMessage>& message
             return true;
         }
         call->setMyRole(QXVCRoleCallee);
-        call->setState(QXVCStateConnecting);
+        call->changeState(QXVCCall::StateTrigger::IncomingStart);
         call->addIceServerWithTurnServer(start->turnServer(), start->calleeUsername(),
                                          start->calleePassword());
         QXVCCallManager::add(call);

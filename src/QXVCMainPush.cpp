@@ -98,7 +98,7 @@ QXVCCallPtr QXVCMain::buildCallFromNotification(const nlohmann::json& payload) {
         }
         call->setAudioCall(start->isAudioCall());
         call->setMyRole(QXVCRoleCallee);
-        call->setState(QXVCStateConnecting);
+        call->changeState(QXVCCall::StateTrigger::IncomingStart);
         auto user = QXDMain::getCurrentUser();
         bool iAmCallee = start->callee() && user && start->callee()->userId() == user->userId();
         call->addIceServerWithTurnServer(
@@ -110,7 +110,7 @@ QXVCCallPtr QXVCMain::buildCallFromNotification(const nlohmann::json& payload) {
     if (message->isEnd()) {
         auto known = QXVCCallManager::get<QXVCCall>(message->callId().value_or(""));
         if (known) {
-            known->setState(QXVCStateClosed);
+            known->changeState(QXVCCall::StateTrigger::PushedEnd);
         }
         return known;
     }

@@ -150,7 +150,7 @@ void QXVCMain::startCallWithAudioOnly(bool audioOnly, const QXVCCallOptionsPtr& 
         }
         auto call = QXVCCall::initWithChannelUrl(channel->channelUrl(), audioOnly, QXVCRoleCaller);
         setActiveCall(call);
-        call->setState(QXVCStateConnecting);
+        call->changeState(QXVCCall::StateTrigger::StartFlowStarted);
         if (auto main = sharedInstance()) {
             call->setDelegate(main->getDelegate());
         }

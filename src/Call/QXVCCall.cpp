@@ -1,10 +1,10 @@
 // QXVCCall: construction, plain accessors, the delegate and the description.
 #include "VelmorinVideoChat/Call/QXVCCall.h"
 
-#include "Utils/QXVCSafeCall.h"
 #include "VelmorinVideoChat/MessageParser/QXVCCallMessage.h"
 #include "VelmorinVideoChat/QXVCMain.h"
 #include "VelmorinVideoChat/Utils/QXVCFormat.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 namespace {
 QXVCCallUserPtr copyOf(const QXVCCallUserPtr& user) {
@@ -62,7 +62,7 @@ std::shared_ptr<QXVCCall> QXVCCall::initWithEndCallMessage(
     call->setCallId(message->callId().value_or(""));
     call->setAudioCall(message->isAudioCall());
     call->setChannelUrl(channelUrl);
-    call->setState(QXVCStateClosed);
+    call->changeState(StateTrigger::EndRecordCreated);
     return call;
 }
 
@@ -72,7 +72,7 @@ std::shared_ptr<QXVCCall> QXVCCall::initWithChannelUrl(const std::string& channe
     call->setChannelUrl(channelUrl);
     call->setAudioCall(audioCall);
     call->setMyRole(myRole);
-    call->setState(QXVCStateNone);
+    call->changeState(StateTrigger::CallerCallCreated);
     call->setEndType(QXVCEndTypeNone);
     call->setCallId("");
     call->setMessageId(0);

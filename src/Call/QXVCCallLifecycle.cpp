@@ -74,7 +74,7 @@ void QXVCCall::acceptWithOptions(const QXVCCallOptionsPtr& options,
     }
 
     QXVCMain::setActiveCall(self);
-    setState(QXVCStateConnecting);
+    changeState(StateTrigger::Accepted);
     {
         std::lock_guard lock(callMutex_);
         defaultCameraPosition_ = options->defaultCameraPosition();

@@ -195,7 +195,7 @@ void QXVCCall::peerConnectionDidChangeIceConnectionState(const RTCPeerConnection
         // is ended by the reconnect timer of the Disconnected before it.
         return;
     }
-    setState(QXVCStateDropped);
+    changeState(StateTrigger::MediaDisconnected);
     if (disconnected_.load()) {
         return;
     }
@@ -218,7 +218,7 @@ void QXVCCall::peerConnectionDidChangeConnectionState(const RTCPeerConnectionPtr
 }
 
 void QXVCCall::openStep() {
-    setState(QXVCStateOpened);
+    changeState(StateTrigger::MediaOpened);
     disconnected_.store(false);
     invalidateReconnectTimer();
     auto self = weak_from_this().lock();

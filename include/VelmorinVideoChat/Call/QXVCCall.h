@@ -110,7 +110,8 @@ class QXVCCall : public QXVCBaseCall,
     /// (QXVCErrorInvalidAction) posted to `completionHandler` and no change: a
     /// call is already going on; this side is the caller; `options` is null;
     /// the options have no channel URL. With a null handler a failed check
-    /// returns silently. Then the call becomes the active call (Connecting),
+    /// returns silently. Then the call becomes the active call (its state stays
+    /// Connecting; a call in any other state keeps it),
     /// takes the options' camera and media flags, and, when viewIsReady() was
     /// called, makes and sends the offer; the handler gets nullptr once the
     /// offer is sent, 820300 (QXVCErrorAcceptingFail) when it could not be made,
@@ -151,6 +152,25 @@ class QXVCCall : public QXVCBaseCall,
     // ---- Library-internal operations ------------------------------------------
     //
     // Used by the coordinator's flows; an application has no reason to call them.
+
+    /// What moves a call's `state`. Every change of state in the library goes
+    /// through changeState(), which holds the one table of the transitions there
+    /// are (QXVCCallState.cpp).
+    enum class StateTrigger {
+        CallerCallCreated,  ///< initWithChannelUrl: the new call is None
+        StartFlowStarted,   ///< the start-call flow starts the call: None -> Connecting
+        IncomingStart,      ///< a start from the channel or a push: new -> Connecting
+        Accepted,           ///< acceptWithOptions passed its checks: Connecting -> Connecting
+        MediaOpened,        ///< ICE and the peer connection both Connected: any -> Opened
+        MediaDisconnected,  ///< ICE Disconnected: any -> Dropped
+        EndRecordCreated,   ///< initWithEndCallMessage: the new record is Closed
+        PushedEnd,          ///< a pushed end of a registered call: any -> Closed
+    };
+    /// Applies `trigger` when the table allows it from the current state and
+    /// returns whether it did; any other change is refused (logged at debug
+    /// level) and the state stays. Ending a call is not a trigger: an ended call
+    /// keeps its state.
+    bool changeState(StateTrigger trigger);
 
     void setDelegate(const std::shared_ptr<QXVCCallDelegate>& delegate);
     std::shared_ptr<QXVCCallDelegate> delegate() const;
@@ -318,8 +338,12 @@ class QXVCCall : public QXVCBaseCall,
     void openStep();
     void endInternally(QXVCEndType endType);
     QXVCTimerPtr scheduleTimer(double seconds, void (QXVCCall::*expiry)());
+    /// Posts the arming of the 0.25 s wait for the views to the main queue.
+    void armViewPreparationTimer();
 
     mutable std::mutex callMutex_;
+    /// Makes changeState()'s look at the state and its change one step.
+    std::mutex stateMutex_;
     std::atomic<bool> hasConnected_{false};
     std::atomic<bool> disconnected_{false};
     std::atomic<bool> readyToProceed_{false};
