@@ -27,6 +27,32 @@ void onMainQueue(const std::shared_ptr<QXVCCall>& call, Task task) {
     QXVCMainQueue::get()->async([call, task = std::move(task)] { task(*call); });
 }
 
+/// Posts the stop of one of the record's timers (its getter and setter) to the
+/// main queue: the timer is cancelled and its field cleared.
+void stopRecordTimer(const std::shared_ptr<QXVCCall>& call,
+                     QXVCTimerPtr (QXVCBaseCall::*timer)() const,
+                     void (QXVCBaseCall::*setTimer)(QXVCTimerPtr)) {
+    onMainQueue(call, [timer, setTimer](QXVCCall& target) {
+        if (auto running = (target.*timer)()) {
+            running->cancel();
+        }
+        (target.*setTimer)(nullptr);
+    });
+}
+
+/// Takes the timer out of `field` under `mutex` and cancels it.
+void cancelGuarded(std::mutex& mutex, QXVCTimerPtr& field) {
+    QXVCTimerPtr timer;
+    {
+        std::lock_guard lock(mutex);
+        timer = std::move(field);
+        field = nullptr;
+    }
+    if (timer) {
+        timer->cancel();
+    }
+}
+
 }  // namespace
 
 QXVCTimerPtr QXVCCall::scheduleTimer(double seconds, void (QXVCCall::*expiry)()) {
@@ -57,12 +83,8 @@ void QXVCCall::timeoutStartCall() {
 
 void QXVCCall::invalidateStartCallTimer() {
     logDebug("[QXVC] Invalidate start call timer.");
-    onMainQueue(weak_from_this().lock(), [](QXVCCall& call) {
-        if (auto timer = call.startCallTimer()) {
-            timer->cancel();
-        }
-        call.setStartCallTimer(nullptr);
-    });
+    stopRecordTimer(weak_from_this().lock(), &QXVCBaseCall::startCallTimer,
+                    &QXVCBaseCall::setStartCallTimer);
 }
 
 // ---- Offer timer (callee waits for the answer) -----------------------------------
@@ -79,12 +101,8 @@ void QXVCCall::timeoutOfferCall() {
 }
 
 void QXVCCall::invalidateOfferCallTimer() {
-    onMainQueue(weak_from_this().lock(), [](QXVCCall& call) {
-        if (auto timer = call.offerTimer()) {
-            timer->cancel();
-        }
-        call.setOfferTimer(nullptr);
-    });
+    stopRecordTimer(weak_from_this().lock(), &QXVCBaseCall::offerTimer,
+                    &QXVCBaseCall::setOfferTimer);
 }
 
 // ---- Answer timer (caller waits for the media path) ------------------------------
@@ -101,12 +119,8 @@ void QXVCCall::timeoutAnswerCall() {
 }
 
 void QXVCCall::invalidateAnswerCallTimer() {
-    onMainQueue(weak_from_this().lock(), [](QXVCCall& call) {
-        if (auto timer = call.answerTimer()) {
-            timer->cancel();
-        }
-        call.setAnswerTimer(nullptr);
-    });
+    stopRecordTimer(weak_from_this().lock(), &QXVCBaseCall::answerTimer,
+                    &QXVCBaseCall::setAnswerTimer);
 }
 
 // ---- Reconnect timer (both wait for a lost media path) ---------------------------
@@ -126,17 +140,8 @@ void QXVCCall::timeoutReconnectCall() {
 }
 
 void QXVCCall::invalidateReconnectTimer() {
-    onMainQueue(weak_from_this().lock(), [](QXVCCall& call) {
-        QXVCTimerPtr timer;
-        {
-            std::lock_guard lock(call.callMutex_);
-            timer = std::move(call.reconnectTimer_);
-            call.reconnectTimer_ = nullptr;
-        }
-        if (timer) {
-            timer->cancel();
-        }
-    });
+    onMainQueue(weak_from_this().lock(),
+                [](QXVCCall& call) { cancelGuarded(call.callMutex_, call.reconnectTimer_); });
 }
 
 // ---- View preparation --------------------------------------------------------------
@@ -147,11 +152,7 @@ void QXVCCall::startViewPreparationTimerWithCallMessage(
         std::lock_guard lock(callMutex_);
         callMessage_ = message;
     }
-    onMainQueue(weak_from_this().lock(), [](QXVCCall& call) {
-        auto timer = call.scheduleTimer(kViewPreparationDelay, &QXVCCall::viewPreparationTimeout);
-        std::lock_guard lock(call.callMutex_);
-        call.viewPreparationTimer_ = timer;
-    });
+    armViewPreparationTimer();
 }
 
 void QXVCCall::startViewPreparationTimerWithCompletionHandler(QXVCErrorHandler completionHandler) {
@@ -159,6 +160,10 @@ void QXVCCall::startViewPreparationTimerWithCompletionHandler(QXVCErrorHandler c
         std::lock_guard lock(callMutex_);
         acceptCallCompletionHandler_ = std::move(completionHandler);
     }
+    armViewPreparationTimer();
+}
+
+void QXVCCall::armViewPreparationTimer() {
     onMainQueue(weak_from_this().lock(), [](QXVCCall& call) {
         auto timer = call.scheduleTimer(kViewPreparationDelay, &QXVCCall::viewPreparationTimeout);
         std::lock_guard lock(call.callMutex_);
@@ -193,13 +198,5 @@ void QXVCCall::viewPreparationTimeout() {
 }
 
 void QXVCCall::invalidateViewPreparationTimer() {
-    QXVCTimerPtr timer;
-    {
-        std::lock_guard lock(callMutex_);
-        timer = std::move(viewPreparationTimer_);
-        viewPreparationTimer_ = nullptr;
-    }
-    if (timer) {
-        timer->cancel();
-    }
+    cancelGuarded(callMutex_, viewPreparationTimer_);
 }

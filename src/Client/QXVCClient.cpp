@@ -4,10 +4,10 @@
 #include <utility>
 
 #include "Client/QXVCClientTesting.h"
-#include "Utils/QXVCSafeCall.h"
 #include "VelmorinVideoChat/Category/NSDictionary+VelmorinVideoChat.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
 #include "VelmorinVideoChat/QXVCTypesInternal.h"
+#include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 #include "VelmorinVideoChat/Utils/QXVCUtils.h"
 
 namespace {
@@ -94,6 +94,18 @@ void sendDescription(const std::shared_ptr<QXVCBaseCall>& call, const char* type
     sendInCall(call, *callId, kQXVCSignalCmd, std::move(body), std::move(handler));
 }
 
+/// Audio or video turned on or off.
+void sendMediaUpdate(const std::shared_ptr<QXVCBaseCall>& call, const char* type, bool enable,
+                     QXDUserMessageHandler handler) {
+    auto callId = signallableCallId(call, handler);
+    if (!callId) {
+        return;
+    }
+    json body = baseBody(type);
+    body["is_enabled"] = enable;
+    sendInCall(call, *callId, kQXVCSignalCmd, std::move(body), std::move(handler));
+}
+
 }  // namespace
 
 void qxvc::client::setCompressorForTesting(Compressor compressor) {
@@ -150,24 +162,12 @@ void QXVCClient::sendCandidateCall(const std::shared_ptr<QXVCBaseCall>& call,
 
 void QXVCClient::sendAudioUpdateCall(const std::shared_ptr<QXVCBaseCall>& call, bool enable,
                                      QXDUserMessageHandler completionHandler) {
-    auto callId = signallableCallId(call, completionHandler);
-    if (!callId) {
-        return;
-    }
-    json body = baseBody("audio");
-    body["is_enabled"] = enable;
-    sendInCall(call, *callId, kQXVCSignalCmd, std::move(body), std::move(completionHandler));
+    sendMediaUpdate(call, "audio", enable, std::move(completionHandler));
 }
 
 void QXVCClient::sendVideoUpdateCall(const std::shared_ptr<QXVCBaseCall>& call, bool enable,
                                      QXDUserMessageHandler completionHandler) {
-    auto callId = signallableCallId(call, completionHandler);
-    if (!callId) {
-        return;
-    }
-    json body = baseBody("video");
-    body["is_enabled"] = enable;
-    sendInCall(call, *callId, kQXVCSignalCmd, std::move(body), std::move(completionHandler));
+    sendMediaUpdate(call, "video", enable, std::move(completionHandler));
 }
 
 void QXVCClient::sendEndCall(const std::shared_ptr<QXVCBaseCall>& call, QXVCEndType endType,

@@ -1,6 +1,7 @@
 #include "PhoneCommand.h"
 
 #include <algorithm>
+#include <optional>
 #include <sstream>
 
 #include "PhoneOptions.h"
@@ -51,6 +52,13 @@ PhoneCommandResult parsePhoneCommand(std::string_view line) {
         result.error = name + ": " + message;
         return result;
     };
+    // The optional second argument of the waits: a timeout in seconds.
+    auto takeTimeout = [&] {
+        auto seconds = args.size() == 2 ? parseSeconds(args[1], 0, 3600)
+                                        : std::optional<double>(kDefaultWaitSeconds);
+        command.seconds = seconds.value_or(kDefaultWaitSeconds);
+        return seconds.has_value();
+    };
 
     if (isNoArgCommand(name)) {
         if (!args.empty()) {
@@ -68,13 +76,8 @@ PhoneCommandResult parsePhoneCommand(std::string_view line) {
         if (std::find(events.begin(), events.end(), args[0]) == events.end()) {
             return fail("unknown event '" + args[0] + "'");
         }
-        command.seconds = kDefaultWaitSeconds;
-        if (args.size() == 2) {
-            auto seconds = parseSeconds(args[1], 0, 3600);
-            if (!seconds) {
-                return fail("timeout wants seconds from 0 to 3600, got '" + args[1] + "'");
-            }
-            command.seconds = *seconds;
+        if (!takeTimeout()) {
+            return fail("timeout wants seconds from 0 to 3600, got '" + args[1] + "'");
         }
     } else if (name == "wait-frames") {
         if (args.empty() || args.size() > 2) {
@@ -85,13 +88,8 @@ PhoneCommandResult parsePhoneCommand(std::string_view line) {
             return fail("count wants a whole number from 1, got '" + args[0] + "'");
         }
         command.count = *count;
-        command.seconds = kDefaultWaitSeconds;
-        if (args.size() == 2) {
-            auto seconds = parseSeconds(args[1], 0, 3600);
-            if (!seconds) {
-                return fail("timeout wants seconds from 0 to 3600, got '" + args[1] + "'");
-            }
-            command.seconds = *seconds;
+        if (!takeTimeout()) {
+            return fail("timeout wants seconds from 0 to 3600, got '" + args[1] + "'");
         }
     } else if (name == "sleep") {
         auto seconds = args.size() == 1 ? parseSeconds(args[0], 0, 3600) : std::nullopt;
