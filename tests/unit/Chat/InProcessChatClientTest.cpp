@@ -81,54 +81,24 @@ class InProcessChatClientTest : public ::testing::Test {
 
 TEST_F(InProcessChatClientTest, LookupAndSendCompleteOnTheCallbackQueueAndEventsOnTheEventQueue) {
     EXPECT_EQ(QXDInProcessChatClient::create(service, "nobody"), nullptr);
-    EXPECT_EQ(alice->getCurrentUser()->nickname(), "Alice");
-
     QXDGroupChannelPtr channel;
     alice->getGroupChannel("ab", [&](QXDGroupChannelPtr c, QXDErrorPtr) { channel = c; });
     EXPECT_EQ(channel, nullptr);  // never inline
     callbacks->runUntilIdle();
     ASSERT_NE(channel, nullptr);
-    EXPECT_EQ(channel->channelUrl(), "ab");
-    EXPECT_EQ(channel->memberCount(), 2);
-    EXPECT_FALSE(channel->isPublic());
-    EXPECT_FALSE(channel->isSuper());
 
-    auto params = QXDUserMessageParams::initWithMessage("QX_VIDEOCHAT");
-    params->setCustomType("QX_VIDEOCHAT");
-    params->setData("STCA{\"type\":\"start\"}");
     QXDUserMessagePtr echo;
-    int completions = 0;
-    auto pending =
-        channel->sendUserMessageWithParams(params, [&](QXDUserMessagePtr m, QXDErrorPtr e) {
-            EXPECT_EQ(e, nullptr);
-            echo = m;
-            ++completions;
-        });
-    ASSERT_NE(pending, nullptr);
-    EXPECT_EQ(pending->messageId(), 0);
-    EXPECT_EQ(completions, 0);
+    channel->sendUserMessageWithParams(QXDUserMessageParams::initWithMessage("hi"),
+                                       [&](QXDUserMessagePtr m, QXDErrorPtr) { echo = m; });
+    EXPECT_EQ(echo, nullptr);
     callbacks->runUntilIdle();
-    ASSERT_EQ(completions, 1);
     ASSERT_NE(echo, nullptr);
-    EXPECT_GT(echo->messageId(), 0);
-    EXPECT_NE(echo->data().find("\"call_id\""), std::string::npos);  // the service's rewrite
-
     EXPECT_TRUE(bobDelegate->messages.empty());
     events->runUntilIdle();
     ASSERT_EQ(bobDelegate->ids(), std::vector<int64_t>{echo->messageId()});
-    EXPECT_EQ(bobDelegate->messages[0]->data(), echo->data());
     auto group = std::dynamic_pointer_cast<QXDGroupChannel>(bobDelegate->channels[0]);
     ASSERT_NE(group, nullptr);
     EXPECT_EQ(group->channelUrl(), "ab");
-    EXPECT_EQ(group->memberCount(), 2);
-
-    // Errors of the service come back the same way.
-    QXDErrorPtr lookupError;
-    service->createGroupChannel({"bc", "", false, false, {"bob", "carol"}});
-    alice->getGroupChannel("bc", [&](QXDGroupChannelPtr, QXDErrorPtr e) { lookupError = e; });
-    callbacks->runUntilIdle();
-    ASSERT_NE(lookupError, nullptr);
-    EXPECT_EQ(lookupError->code(), QXDErrorNotAMember);
 }
 
 TEST_F(InProcessChatClientTest, DelegatesAreHeldWeaklyAndCanBeRemoved) {
@@ -145,15 +115,6 @@ TEST_F(InProcessChatClientTest, DelegatesAreHeldWeaklyAndCanBeRemoved) {
     aliceSends("three");
     events->runUntilIdle();
     EXPECT_EQ(bobDelegate->messages.size(), 2u);
-
-    // Replacing under the same identifier keeps one delegate.
-    auto replacement = std::make_shared<RecordingDelegate>();
-    bob->addChannelDelegate(bobDelegate, "x");
-    bob->addChannelDelegate(replacement, "x");
-    aliceSends("four");
-    events->runUntilIdle();
-    EXPECT_EQ(replacement->messages.size(), 1u);
-    EXPECT_EQ(bobDelegate->messages.size(), 2u);
 }
 
 TEST_F(InProcessChatClientTest, DisconnectedClientGetsPushPayloadsAndCannotSend) {
@@ -166,7 +127,6 @@ TEST_F(InProcessChatClientTest, DisconnectedClientGetsPushPayloadsAndCannotSend)
     auto payloads = bob->takePushPayloads();
     ASSERT_EQ(payloads.size(), 1u);
     EXPECT_EQ(payloads[0]["velmorin"]["message_id"], sent->messageId());
-    EXPECT_EQ(bob->getCurrentUser()->userId(), "bob");  // still logged in
 
     QXDErrorPtr error;
     auto params = QXDUserMessageParams::initWithMessage("hi");
@@ -181,58 +141,6 @@ TEST_F(InProcessChatClientTest, DisconnectedClientGetsPushPayloadsAndCannotSend)
     EXPECT_EQ(bobDelegate->messages.size(), 1u);
 }
 
-TEST_F(InProcessChatClientTest, InjectedLookupAndSendFailures) {
-    auto injected = QXDError::errorWithDomain("Test", 42, std::nullopt);
-    alice->failChannelLookups(injected, 1);
-    QXDErrorPtr first;
-    QXDGroupChannelPtr second;
-    alice->getGroupChannel("ab", [&](QXDGroupChannelPtr, QXDErrorPtr e) { first = e; });
-    alice->getGroupChannel("ab", [&](QXDGroupChannelPtr c, QXDErrorPtr) { second = c; });
-    callbacks->runUntilIdle();
-    EXPECT_EQ(first, injected);
-    EXPECT_NE(second, nullptr);
-
-    alice->failSends(injected, 1);
-    QXDErrorPtr error;
-    EXPECT_EQ(aliceSends("STCA{}", &error), nullptr);
-    EXPECT_EQ(error, injected);
-    events->runUntilIdle();
-    EXPECT_TRUE(bobDelegate->messages.empty());
-    EXPECT_TRUE(service->messages("alice", "ab").value.empty());  // never reached the service
-    EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
-    EXPECT_NE(aliceSends("next"), nullptr);
-}
-
-TEST_F(InProcessChatClientTest, DelayedDuplicatedAndReorderedDeliveries) {
-    bob->setDeliveryDelay(5);
-    auto delayed = aliceSends("late");
-    events->advance(4.9);
-    EXPECT_TRUE(bobDelegate->messages.empty());
-    events->advance(0.1);
-    ASSERT_EQ(bobDelegate->ids(), std::vector<int64_t>{delayed->messageId()});
-    bob->setDeliveryDelay(0);
-
-    bob->duplicateDeliveries(1);
-    auto twice = aliceSends("twice");
-    auto once = aliceSends("once");
-    events->runUntilIdle();
-    EXPECT_EQ(bobDelegate->ids(), (std::vector<int64_t>{delayed->messageId(), twice->messageId(),
-                                                        twice->messageId(), once->messageId()}));
-
-    bobDelegate->messages.clear();
-    bob->holdDeliveries();
-    auto a = aliceSends("a");
-    auto b = aliceSends("b");
-    auto c = aliceSends("c");
-    events->runUntilIdle();
-    EXPECT_TRUE(bobDelegate->messages.empty());
-    EXPECT_EQ(bob->heldDeliveryCount(), 3u);
-    bob->releaseHeldDeliveries(true);
-    events->runUntilIdle();
-    EXPECT_EQ(bobDelegate->ids(),
-              (std::vector<int64_t>{c->messageId(), b->messageId(), a->messageId()}));
-}
-
 TEST(InProcessChatClientThreadsTest, EventsReachDelegatesOnOneThreadOneAtATime) {
     auto service = velmorin::ChatService::create();
     service->upsertUser(QXDUser("alice"));
@@ -243,15 +151,11 @@ TEST(InProcessChatClientThreadsTest, EventsReachDelegatesOnOneThreadOneAtATime) 
 
     struct Probe : QXDChannelDelegate {
         void channel(const QXDBaseChannelPtr&, const QXDBaseMessagePtr&) override {
-            if (++inFlight > 1) {
-                overlapped = true;
-            }
+            overlapped = overlapped || ++inFlight > 1;
             std::this_thread::yield();
-            {
-                std::lock_guard lock(mutex);
-                threads.insert(std::this_thread::get_id());
-                ++count;
-            }
+            std::lock_guard lock(mutex);
+            threads.insert(std::this_thread::get_id());
+            ++count;
             --inFlight;
             done.notify_all();
         }
