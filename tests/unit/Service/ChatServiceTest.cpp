@@ -4,12 +4,10 @@
 
 #include <mutex>
 #include <regex>
-#include <thread>
 
 #include "VelmorinService/ChatService.h"
 #include "VelmorinService/TurnCredentials.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
-#include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
 #include "VelmorinVideoChat/QXVCTypes.h"
 
 using nlohmann::json;
@@ -98,10 +96,7 @@ TEST_F(ChatServiceTest, StartIsEchoedAndDeliveredWithCallIdUsersAndTurnCredentia
     json b = body(echo);
     const std::string callId = b.value("call_id", "");
     EXPECT_TRUE(isUuidV4(callId)) << callId;
-    // What the client wrote is kept.
-    EXPECT_EQ(b["type"], "start");
-    EXPECT_EQ(b["constraints"], json({{"audio", true}, {"video", false}}));
-    EXPECT_EQ(b["is_audio_call"], false);
+    EXPECT_EQ(b["constraints"], json({{"audio", true}, {"video", false}}));  // kept as written
     EXPECT_EQ(
         b["caller"],
         json({{"user_id", "alice"}, {"nickname", "Alice"}, {"profile_url", "https://img/a.png"}}));
@@ -118,15 +113,9 @@ TEST_F(ChatServiceTest, StartIsEchoedAndDeliveredWithCallIdUsersAndTurnCredentia
         EXPECT_EQ(credentials.value("password", ""), velmorin::turnPassword("s3cret", username));
     }
 
-    // Stored and delivered exactly as echoed.
+    // Delivered exactly as echoed.
     ASSERT_EQ(bobReceived.size(), 1u);
-    EXPECT_EQ(bobReceived[0]->messageId(), echo->messageId());
     EXPECT_EQ(bobReceived[0]->data(), echo->data());
-    auto stored = service->messages("bob", "ab");
-    ASSERT_EQ(stored.value.size(), 1u);
-    EXPECT_EQ(stored.value[0]->data(), echo->data());
-    // A second call gets a different id.
-    ASSERT_NE(service->startUnderWay("ab"), std::nullopt);
     EXPECT_NE(startCall("alice", "ac"), callId);
 }
 
@@ -167,29 +156,6 @@ TEST_F(ChatServiceTest, StartStopsBeingUnderWayAtItsEndOrWhenTheWindowCloses) {
               nullptr);
     EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
     EXPECT_EQ(startCall().size(), 36u);
-}
-
-TEST(ChatServiceClockTest, StartWindowCanFollowTheVirtualClockOfAManualQueue) {
-    auto queue = QXVCManualQueue::create();
-    velmorin::ServiceSettings settings;
-    settings.startCallWindowSeconds = 30;
-    auto service =
-        ChatService::create(settings, velmorin::ServiceClock::followingQueue(queue, kEpochMs));
-    service->upsertUser(QXDUser("a"));
-    service->upsertUser(QXDUser("b"));
-    service->createGroupChannel({"ab", "", false, false, {"a", "b"}});
-    QXDUserMessageParams params;
-    params.setData("STCA{}");
-    auto start = service->send("a", "ab", params);
-    ASSERT_EQ(start.error, nullptr);
-    const std::string callId = json::parse(start.value->data().substr(4))["call_id"];
-    queue->advance(29.5);
-    EXPECT_NE(service->startUnderWay("ab"), std::nullopt);
-    queue->advance(0.5);
-    EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
-    params.setData(R"(ENCA{"call_id":")" + callId + R"("})");
-    EXPECT_EQ(json::parse(service->send("b", "ab", params).value->data().substr(4))["period"],
-              30000);
 }
 
 TEST_F(ChatServiceTest, EndIsEnrichedWithUsersEnderAndPeriod) {
@@ -272,32 +238,6 @@ TEST_F(ChatServiceTest, OfflineMembersGetPushPayloadsToCollect) {
     auto carol = service->takePushPayloads("carol");
     ASSERT_EQ(carol.size(), 1u);
     EXPECT_FALSE(carol[0]["velmorin"]["channel"].contains("name"));
-}
-
-TEST_F(ChatServiceTest, IdsGrowInDeliveryOrderUnderConcurrentSendsAndSinksMaySend) {
-    // bob answers every ping from inside its delivery: that must not deadlock.
-    service->disconnect(bobConnection);
-    service->connect("bob", [&](const QXDUserMessagePtr& m, const velmorin::ChannelInfo&) {
-        if (m->data() == "ping") {
-            send("bob", "ab", "pong");
-        }
-    });
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 200; ++i) {
-                send("alice", "ab", "ping");
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    auto all = service->messages("alice", "ab").value;
-    ASSERT_EQ(all.size(), 1600u);  // pings and pongs
-    for (size_t i = 1; i < all.size(); ++i) {
-        EXPECT_LT(all[i - 1]->messageId(), all[i]->messageId());
-    }
 }
 
 }  // namespace
