@@ -62,7 +62,6 @@ TEST_F(CoordinatorTest, StartCallTimeoutKeepsOnlyValuesFromThirtyToSixty) {
     EXPECT_EQ(QXVCMain::getStartCallTimeout(), 60);
     QXVCMain::setStartCallTimeout(30);
     EXPECT_EQ(QXVCMain::getStartCallTimeout(), 30);
-
     QXVCMain::setLogLevel(QXVCInternalLogLevelDebug);
     QXVCMain::setStartCallTimeout(45);
     EXPECT_EQ(QXVCMain::getStartCallTimeout(), 45);
