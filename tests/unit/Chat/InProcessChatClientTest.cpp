@@ -101,41 +101,6 @@ TEST_F(InProcessChatClientTest, LookupAndSendCompleteOnTheCallbackQueueAndEvents
     EXPECT_EQ(group->channelUrl(), "ab");
 }
 
-TEST_F(InProcessChatClientTest, DelegatesAreHeldWeaklyAndCanBeRemoved) {
-    auto second = std::make_shared<RecordingDelegate>();
-    bob->addChannelDelegate(second, "second");
-    aliceSends("one");
-    events->runUntilIdle();
-    EXPECT_EQ(second->messages.size(), 1u);
-
-    second.reset();  // destroyed: skipped without harm
-    aliceSends("two");
-    events->runUntilIdle();
-    bob->removeChannelDelegate("test");
-    aliceSends("three");
-    events->runUntilIdle();
-    EXPECT_EQ(bobDelegate->messages.size(), 2u);
-}
-
-TEST_F(InProcessChatClientTest, DisconnectedClientGetsPushPayloadsAndCannotSend) {
-    // Collecting the payloads is part of the push flow's tests.
-    bob->disconnect();
-    aliceSends("STCA{}");
-    events->runUntilIdle();
-    EXPECT_TRUE(bobDelegate->messages.empty());
-    QXDErrorPtr error;
-    auto params = QXDUserMessageParams::initWithMessage("hi");
-    bob->sendUserMessage("ab", params, [&](QXDUserMessagePtr, QXDErrorPtr e) { error = e; });
-    callbacks->runUntilIdle();
-    ASSERT_NE(error, nullptr);
-    EXPECT_EQ(error->code(), QXDErrorConnectionRequired);
-
-    bob->connect();
-    aliceSends("live");
-    events->runUntilIdle();
-    EXPECT_EQ(bobDelegate->messages.size(), 1u);
-}
-
 TEST(InProcessChatClientThreadsTest, EventsReachDelegatesOnOneThreadOneAtATime) {
     auto service = velmorin::ChatService::create();
     service->upsertUser(QXDUser("alice"));

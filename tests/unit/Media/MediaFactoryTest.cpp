@@ -68,26 +68,6 @@ TEST_F(MediaFactoryTest, GettersAreNilUntilPreparedThenReturnTheSameWiredSet) {
     EXPECT_EQ(fakeFactory->encoderFactory()->preferredCodec()->name(), kRTCVideoCodecVp8Name);
 }
 
-TEST_F(MediaFactoryTest, SecondPrepareMakesNewObjectsAndOldOnesKeepWorking) {
-    QXVCMain::prepareVideoDevice();
-    const auto oldFactory = QXVCMain::getPeerConnectionFactory();
-    const auto oldSource = QXVCMain::getVideoSource();
-    const auto oldCapturer = QXVCMain::getCameraVideoCapturer();
-
-    QXVCMain::prepareVideoDevice();
-    EXPECT_NE(QXVCMain::getPeerConnectionFactory(), oldFactory);
-    EXPECT_EQ(QXVCMain::getCameraVideoCapturer()->delegate().lock(), QXVCMain::getVideoSource());
-
-    // A call that took the old set still captures into the old source.
-    const auto devices = QXVCMain::getCameraDeviceList();
-    ASSERT_FALSE(devices.empty());
-    oldCapturer->startCaptureWithDevice(devices[0], devices[0]->formats()[0], 30);
-    ASSERT_TRUE(rtc->capturers()[0]->captureFrame());
-    EXPECT_EQ(rtc->factories()[0]->videoSources()[0]->framesReceived(), 1u);
-    EXPECT_EQ(rtc->factories()[1]->videoSources()[0]->framesReceived(), 0u);
-    EXPECT_NE(oldFactory->videoTrackWithSource(oldSource, kQXVCVideoTrackId), nullptr);
-}
-
 TEST_F(MediaFactoryTest, PreferredCodecIsTheFirstAvailableOneOrNone) {
     auto h264 = std::make_shared<RTCVideoCodecInfo>(kRTCVideoCodecH264Name);
     auto vp8 = std::make_shared<RTCVideoCodecInfo>(kRTCVideoCodecVp8Name);

@@ -1,66 +1,11 @@
-// The value types and class-level entries of the RTC port.
+// The value types of the RTC port.
 #include <gtest/gtest.h>
 
 #include "VelmorinVideoChat/Platform/RTC/RTCPlatform.h"
 
 namespace {
 
-/// Records certificate requests; everything else is empty.
-class RecordingPlatform final : public RTCPlatform {
-  public:
-    RTCPeerConnectionFactoryPtr peerConnectionFactory(
-        const RTCDefaultVideoEncoderFactoryPtr&, const RTCDefaultVideoDecoderFactoryPtr&) override {
-        return nullptr;
-    }
-    std::vector<RTCVideoCodecInfoPtr> supportedVideoEncoderCodecs() override { return {}; }
-    std::vector<RTCVideoCodecInfoPtr> supportedVideoDecoderCodecs() override { return {}; }
-    RTCCameraVideoCapturerPtr cameraVideoCapturer(
-        const std::shared_ptr<RTCVideoCapturerDelegate>&) override {
-        return nullptr;
-    }
-    std::vector<RTCCaptureDevicePtr> captureDevices() override { return {}; }
-    RTCAudioSessionPtr audioSession() override { return session; }
-    RTCCertificatePtr generateCertificate(RTCKeyType keyType, int64_t expiresMs) override {
-        requests.emplace_back(keyType, expiresMs);
-        return std::make_shared<RTCCertificate>("key", "cert", expiresMs);
-    }
-    bool isProximityMonitoringEnabled() const override { return false; }
-    void setProximityMonitoringEnabled(bool) override {}
-
-    std::vector<std::pair<RTCKeyType, int64_t>> requests;
-    RTCAudioSessionPtr session = std::make_shared<RTCAudioSession>();
-};
-
-class RTCPortTest : public ::testing::Test {
-  protected:
-    void TearDown() override { RTCPlatform::install(nullptr); }
-};
-
-TEST_F(RTCPortTest, CertificateParametersAreCheckedAndExpiryStaysInMilliseconds) {
-    EXPECT_EQ(RTCCertificate::generateCertificateWithParams({{"name", "RSASSA-PKCS1-v1_5"}}),
-              nullptr)
-        << "no platform installed";
-    auto platform = std::make_shared<RecordingPlatform>();
-    RTCPlatform::install(platform);
-    auto certificate = RTCCertificate::generateCertificateWithParams(
-        {{"expires", 100000}, {"name", "RSASSA-PKCS1-v1_5"}});
-    ASSERT_NE(certificate, nullptr);
-    EXPECT_EQ(certificate->expires(), 100000);
-    EXPECT_NE(RTCCertificate::generateCertificateWithParams({{"name", "ECDSA"}}), nullptr);
-    for (const nlohmann::json& bad :
-         {nlohmann::json{{"name", "RSA"}}, nlohmann::json{{"expires", 5}},
-          nlohmann::json{{"name", "ECDSA"}, {"expires", "100000"}},
-          nlohmann::json{{"name", "ECDSA"}, {"expires", -1}}, nlohmann::json::array(),
-          nlohmann::json()}) {
-        EXPECT_EQ(RTCCertificate::generateCertificateWithParams(bad), nullptr) << bad.dump();
-    }
-    ASSERT_EQ(platform->requests.size(), 2u);
-    EXPECT_EQ(platform->requests[0], std::make_pair(RTCKeyTypeRSA, int64_t{100000}));
-    EXPECT_EQ(platform->requests[1].first, RTCKeyTypeECDSA);
-    EXPECT_EQ(platform->requests[1].second, 30LL * 24 * 3600 * 1000) << "default lifetime";
-}
-
-TEST_F(RTCPortTest, ConstraintsReadMandatoryFirstAndBooleansAsLibwebrtcDoes) {
+TEST(RTCPortTest, ConstraintsReadMandatoryFirstAndBooleansAsLibwebrtcDoes) {
     auto constraints = RTCMediaConstraints::initWithMandatoryConstraints(
         RTCConstraintsMap{{"OfferToReceiveAudio", "TRUE"}, {"OfferToReceiveVideo", "yes"}},
         RTCConstraintsMap{{"OfferToReceiveAudio", "false"}, {"DtlsSrtpKeyAgreement", "true"}});
@@ -74,7 +19,7 @@ TEST_F(RTCPortTest, ConstraintsReadMandatoryFirstAndBooleansAsLibwebrtcDoes) {
     EXPECT_FALSE(empty->mandatoryConstraints().has_value());
 }
 
-TEST_F(RTCPortTest, VideoFramesHoldExactlyOneI420Picture) {
+TEST(RTCPortTest, VideoFramesHoldExactlyOneI420Picture) {
     EXPECT_EQ(RTCVideoFrame::frameWithI420(4, 2, std::vector<uint8_t>(11), RTCVideoRotation_0, 0),
               nullptr);
     EXPECT_EQ(RTCVideoFrame::blackFrame(-1, 2, 0), nullptr);
@@ -87,7 +32,7 @@ TEST_F(RTCPortTest, VideoFramesHoldExactlyOneI420Picture) {
     EXPECT_EQ(rgba.back(), 255);
 }
 
-TEST_F(RTCPortTest, AudioSessionChangesRouteOnlyUnderTheConfigurationLock) {
+TEST(RTCPortTest, AudioSessionChangesRouteOnlyUnderTheConfigurationLock) {
     RTCAudioSession session;
     int changes = 0;
     session.setChangeHandler([&] { ++changes; });
@@ -112,7 +57,7 @@ TEST_F(RTCPortTest, AudioSessionChangesRouteOnlyUnderTheConfigurationLock) {
     EXPECT_EQ(changes, 2) << "route once, active once";
 }
 
-TEST_F(RTCPortTest, IceServerDescriptionNeverShowsCredentials) {
+TEST(RTCPortTest, IceServerDescriptionNeverShowsCredentials) {
     auto server =
         RTCIceServer::initWithURLStrings({"turn:127.0.0.1:3478"}, "1700000000:alice", "s3cr3t");
     EXPECT_EQ(server->credential(), "s3cr3t");
