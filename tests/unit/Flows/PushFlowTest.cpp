@@ -16,24 +16,7 @@ nlohmann::json pushFor(const QXDUserMessagePtr& message) {
 
 }  // namespace
 
-TEST_F(FlowTest, PushWhileOfflineIsCollectedAndDispatchedLikeAChannelMessage) {
-    chat->disconnect();
-    std::string callId = startFrom("bob");
-    auto payloads = chat->takePushPayloads();
-    ASSERT_EQ(payloads.size(), 1u);
-    chat->connect();
-
-    EXPECT_TRUE(QXVCMain::handleNotification(payloads[0]));
-    run();
-    ASSERT_EQ(events, std::vector<std::string>{"didReceiveStartCall"});
-    EXPECT_EQ(eventCalls[0]->callId(), callId);
-    // Handing the same push over again is a duplicate.
-    EXPECT_TRUE(QXVCMain::handleNotification(payloads[0]));
-    run();
-    EXPECT_EQ(events.size(), 1u);
-}
-
-TEST_F(FlowTest, PushesThatAreNotTheLibrarysOrAreIncomplete) {
+TEST_F(FlowTest, PushIsDispatchedOnceWhenCompleteAndIgnoredWhenNotTheLibrarys) {
     chat->holdDeliveries();
     std::string callId = startFrom("bob");
     auto start = service->messages("alice", kPrivate).value.front();
@@ -58,6 +41,12 @@ TEST_F(FlowTest, PushesThatAreNotTheLibrarysOrAreIncomplete) {
     run();
     EXPECT_TRUE(events.empty());
     EXPECT_EQ(QXVCMain::getCallWithCallId(callId), nullptr);
+
+    // The complete payload is dispatched like a channel message, once.
+    EXPECT_TRUE(QXVCMain::handleNotification(payload));
+    EXPECT_TRUE(QXVCMain::handleNotification(payload));
+    run();
+    EXPECT_EQ(events, std::vector<std::string>{"didReceiveStartCall"});
 }
 
 TEST_F(FlowTest, CallBuiltFromAPushIsRegisteredAndTheChannelCopyIsDropped) {
