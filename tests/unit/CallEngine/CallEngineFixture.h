@@ -14,7 +14,7 @@
 
 #include "VelmorinVideoChat/Call/QXVCCall.h"
 #include "VelmorinVideoChat/Call/QXVCCallManager.h"
-#include "VelmorinVideoChat/MessageParser/QXVCCallMessage.h"
+#include "VelmorinVideoChat/MessageParser/QXVCMessageParser.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCPlatform.h"
 #include "VelmorinVideoChat/QXVCMain.h"
@@ -116,17 +116,14 @@ class CallEngineTest : public LibraryTest {
     /// A callee's call as an incoming start makes it: both users with their
     /// media flags, a TURN server, registered, Connecting.
     QXVCCallPtr incomingCall(const std::string& callId = "call-1", bool audioCall = false) {
-        auto message = std::make_shared<QXVCStartCallMessage>();
-        message->setCallId(callId);
-        message->setIsAudioCall(audioCall);
-        auto caller = std::make_shared<QXVCCallUser>();
-        caller->setUserId("bob");
-        caller->setIsAudioEnabled(true);
-        caller->setIsVideoEnabled(true);
-        message->setCaller(caller);
-        auto callee = std::make_shared<QXVCCallUser>();
-        callee->setUserId("alice");
-        message->setCallee(callee);
+        auto message =
+            std::dynamic_pointer_cast<QXVCStartCallMessage>(QXVCMessageParser::parseMessageData(
+                "STCA" + nlohmann::json{{"call_id", callId},
+                                        {"is_audio_call", audioCall},
+                                        {"caller", {{"user_id", "bob"}}},
+                                        {"callee", {{"user_id", "alice"}}}}
+                             .dump(),
+                1));
         auto call = QXVCCall::initWithStartCallMessage(message, kChannel);
         call->setMyRole(QXVCRoleCallee);
         call->setState(QXVCStateConnecting);

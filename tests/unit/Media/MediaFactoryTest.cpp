@@ -2,7 +2,7 @@
 // and a manual main queue.
 #include <gtest/gtest.h>
 
-#include <mutex>
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -10,40 +10,46 @@
 #include "VelmorinVideoChat/QXVCTypesInternal.h"
 #include "VelmorinVideoChat/Utils/QXVCDeviceUtils.h"
 #include "support/FakeRTCPlatform.h"
+#include "unit/Coordinator/CoordinatorFixture.h"
 
 namespace {
 
-class MediaFactoryTest : public ::testing::Test {
+class MediaFactoryTest : public CoordinatorTest {
   protected:
     void SetUp() override {
+        CoordinatorTest::SetUp();
         // Start from an empty set whatever earlier tests prepared.
         FakeRTCPlatform::uninstall();
         QXVCMain::prepareVideoDevice();
         rtc = FakeRTCPlatform::install();
-        queue = QXVCManualQueue::create("main");
-        QXVCMainQueue::replaceForTesting(queue);
+        main = QXVCManualQueue::create("main");
+        QXVCMainQueue::replaceForTesting(main);
         QXVCMain::setLogLevel(QXVCInternalLogLevelDebug);
-        QXVCMain::setLogSink([this](const std::string& line) {
-            std::lock_guard lock(logMutex);
-            logLines.push_back(line);
-        });
     }
     void TearDown() override {
-        QXVCMain::resetForTesting();
+        CoordinatorTest::TearDown();
         FakeRTCPlatform::uninstall();
         QXVCMain::prepareVideoDevice();
         QXVCMainQueue::replaceForTesting(nullptr);
     }
-    std::vector<std::string> logs() {
-        std::lock_guard lock(logMutex);
-        return logLines;
-    }
 
     std::shared_ptr<FakeRTCPlatform> rtc;
-    std::shared_ptr<QXVCManualQueue> queue;
-    std::mutex logMutex;
-    std::vector<std::string> logLines;
+    std::shared_ptr<QXVCManualQueue> main;
 };
+
+TEST_F(MediaFactoryTest, ConfigSetsUpTheAudioSessionBeforePreparingTheVideoDevice) {
+    QXVCMain::config();
+    auto entries = rtc->context()->entries();
+    auto configured =
+        std::find(entries.begin(), entries.end(), "audioSession.unlockForConfiguration()");
+    auto factory = std::find_if(entries.begin(), entries.end(), [](const std::string& e) {
+        return e.rfind("platform.peerConnectionFactory(", 0) == 0;
+    });
+    ASSERT_NE(configured, entries.end());
+    ASSERT_NE(factory, entries.end());
+    EXPECT_LT(configured, factory);
+    EXPECT_NE(QXVCMain::getCameraVideoCapturer(), nullptr);
+}
 
 TEST_F(MediaFactoryTest, GettersAreNilUntilPreparedThenReturnTheSameWiredSet) {
     EXPECT_EQ(QXVCMain::getPeerConnectionFactory(), nullptr);
@@ -97,7 +103,7 @@ TEST_F(MediaFactoryTest, ConfigureAudioSessionAppliesMultiRouteVoiceChatInactive
                                   "AVAudioSessionModeVoiceChat,active=0)",
                                   "audioSession.unlockForConfiguration()"}));
     EXPECT_FALSE(session->isActive());
-    EXPECT_EQ(logs(), (std::vector<std::string>{"[QXVC] Audio session configured"}));
+    EXPECT_EQ(printed(), (std::vector<std::string>{"[QXVC] Audio session configured"}));
 
     // Errors from the session are ignored, and the lock is still released.
     session->setFailsChanges(true);
@@ -120,7 +126,8 @@ TEST_F(MediaFactoryTest, AudioActivationGatesTheMicrophoneWithoutTheConfiguratio
     EXPECT_TRUE(track->isSendingSilence());
     EXPECT_EQ(rtc->context()->entries(),
               (std::vector<std::string>{"audioSession.setActive(1)", "audioSession.setActive(0)"}));
-    EXPECT_EQ(logs(), (std::vector<std::string>{"[QXVC] Audio started.", "[QXVC] Audio stopped."}));
+    EXPECT_EQ(printed(),
+              (std::vector<std::string>{"[QXVC] Audio started.", "[QXVC] Audio stopped."}));
 }
 
 TEST_F(MediaFactoryTest, SpeakerRoutesOnTheMainQueueInOrderAndProximityStaysOn) {
@@ -128,10 +135,10 @@ TEST_F(MediaFactoryTest, SpeakerRoutesOnTheMainQueueInOrderAndProximityStaysOn) 
     QXVCMain::stopSpeaker();
     QXVCMain::startSpeaker();
     EXPECT_TRUE(session->portOverrides().empty()) << "nothing happens before the main queue runs";
-    EXPECT_TRUE(logs().empty());
+    EXPECT_TRUE(printed().empty());
     EXPECT_FALSE(rtc->isProximityMonitoringEnabled());
 
-    queue->runUntilIdle();
+    main->runUntilIdle();
     using Override = std::pair<AVAudioSessionPortOverride, bool>;
     EXPECT_EQ(session->portOverrides(),
               (std::vector<Override>{{AVAudioSessionPortOverrideNone, true},
@@ -142,7 +149,7 @@ TEST_F(MediaFactoryTest, SpeakerRoutesOnTheMainQueueInOrderAndProximityStaysOn) 
     // The play-and-record configuration is built but never applied.
     EXPECT_TRUE(session->appliedConfigurations().empty());
     EXPECT_FALSE(session->isLocked());
-    EXPECT_EQ(logs(),
+    EXPECT_EQ(printed(),
               (std::vector<std::string>{"[QXVC] Speaker stopped.", "[QXVC] Speaker started."}));
 
     EXPECT_LT(rtc->context()->indexOf("audioSession.unlockForConfiguration()"),
@@ -160,7 +167,7 @@ TEST_F(MediaFactoryTest, WithoutAnEngineEverythingIsANoOp) {
     QXVCMain::stopAudio();
     QXVCMain::startSpeaker();
     QXVCMain::stopSpeaker();
-    queue->runUntilIdle();
+    main->runUntilIdle();
     EXPECT_TRUE(QXVCMain::getCameraDeviceList().empty());
     EXPECT_TRUE(QXVCDeviceUtils::availableVideoCodecs().empty());
     EXPECT_FALSE(rtc->isProximityMonitoringEnabled());
