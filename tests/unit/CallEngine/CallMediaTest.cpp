@@ -88,7 +88,10 @@ TEST_F(CallEngineTest, MediaControlsKeepTheirOrderAndAnnounceEveryChange) {
     auto audio = call->audioTrack();
     auto video = call->localVideoTrack();
     ASSERT_TRUE(audio && video);
-    EXPECT_TRUE(audio->isEnabled() && video->isEnabled()) << "options default to both on";
+    // The default options offer to receive both.
+    const auto offered = fakeConnection(call)->offerConstraints().at(0);
+    EXPECT_EQ(offered->valueForKey("OfferToReceiveAudio"), "true");
+    EXPECT_EQ(offered->valueForKey("OfferToReceiveVideo"), "true");
     size_t before = chat->sent().size();
 
     context->clearEntries();
