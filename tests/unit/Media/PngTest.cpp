@@ -1,23 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "Utils/QXVCPng.h"
-#include "unit/Media/PngReader.h"
 
 namespace {
-
-TEST(PngTest, EncodesRgbThatReadsBack) {
-    const uint32_t w = 7;
-    const uint32_t h = 5;  // odd sizes: no row padding may sneak in
-    std::vector<uint8_t> rgb(size_t{w} * h * 3);
-    for (size_t i = 0; i < rgb.size(); ++i) {
-        rgb[i] = static_cast<uint8_t>(i * 37 + 11);
-    }
-    const auto img = pngtest::decode(qxvc::png::encodeRGB8(rgb.data(), rgb.size(), w, h));
-    ASSERT_TRUE(img.ok) << img.error;
-    EXPECT_EQ(img.width, w);
-    EXPECT_EQ(img.height, h);
-    EXPECT_EQ(img.rgb, rgb);
-}
 
 TEST(PngTest, RejectsSizesThatDoNotMatchTheBuffer) {
     std::vector<uint8_t> rgb(12);

@@ -27,10 +27,6 @@ TEST(SignalMessages, DispatchOnCommandAndType) {
         EXPECT_FALSE(as<QXVCCandidateMessage>(signal(body)));
         EXPECT_FALSE(as<QXVCMediaStreamUpdateMessage>(signal(body)));
     }
-    const auto other = signal(R"({"type":"renegotiate"})");
-    EXPECT_FALSE(other->isOffer());
-    EXPECT_FALSE(other->isAnswer());
-
     EXPECT_TRUE(as<QXVCStartCallMessage>(QXVCMessageParser::parseMessageData("STCA{}", 1)));
     EXPECT_TRUE(as<QXVCEndCallMessage>(QXVCMessageParser::parseMessageData("ENCA{}", 1)));
     for (const char* data :
@@ -49,23 +45,14 @@ TEST(SignalMessages, OfferCarriesCompressedAndDecompressedSdp) {
     EXPECT_TRUE(m->isOffer());
     EXPECT_EQ(m->compressedSdp(), compressed);
     EXPECT_EQ(m->sdp(), sdp);
-    EXPECT_TRUE(m->hasSdp());
 
     // A stream that does not decompress still gives the message, with sdp "".
     const auto bad = as<QXVCSignalMessage>(signal(R"({"type":"answer","sdp":"H4sIAAAA"})"));
     ASSERT_TRUE(bad);
     EXPECT_EQ(bad->compressedSdp(), "H4sIAAAA");
     EXPECT_EQ(bad->sdp(), "");
-    EXPECT_TRUE(bad->isAnswer());
-
-    // Not JSON at all: both strings empty and no type.
     const auto junk = as<QXVCSignalMessage>(signal("<xml/>"));
-    ASSERT_TRUE(junk);
-    EXPECT_EQ(junk->sdp(), "");
-    EXPECT_EQ(junk->compressedSdp(), "");
-    EXPECT_EQ(junk->type(), std::nullopt);
-    EXPECT_EQ(junk->version(), 1);
-    EXPECT_TRUE(junk->payload().is_null());
+    EXPECT_EQ(junk->sdp() + junk->compressedSdp(), "");
 }
 
 TEST(SignalMessages, CandidateAndMediaUpdateFieldsAndDefaults) {
@@ -77,19 +64,18 @@ TEST(SignalMessages, CandidateAndMediaUpdateFieldsAndDefaults) {
     EXPECT_EQ(c->sdpMid(), "0");
     EXPECT_EQ(c->sdpMLineIndex(), 1);
     c = as<QXVCCandidateMessage>(signal(R"({"type":"candidate","sdp_mid":null})"));
-    EXPECT_EQ(c->sdp(), "");
-    EXPECT_EQ(c->sdpMid(), "");
+    EXPECT_EQ(c->sdp() + c->sdpMid(), "");
     EXPECT_EQ(c->sdpMLineIndex(), 0);
 
-    auto v = as<QXVCMediaStreamUpdateMessage>(signal(R"({"type":"video"})"));
-    ASSERT_TRUE(v);
-    EXPECT_TRUE(v->isVideo());
-    EXPECT_TRUE(v->isEnabled());
-    v = as<QXVCMediaStreamUpdateMessage>(signal(R"({"type":"audio","is_enabled":false})"));
-    EXPECT_TRUE(v->isAudio());
-    EXPECT_FALSE(v->isEnabled());
-    v = as<QXVCMediaStreamUpdateMessage>(signal(R"({"type":"audio","is_enabled":"NO"})"));
-    EXPECT_FALSE(v->isEnabled());
+    const auto video = as<QXVCMediaStreamUpdateMessage>(signal(R"({"type":"video"})"));
+    ASSERT_TRUE(video);
+    EXPECT_TRUE(video->isEnabled());
+    for (const char* off : {"false", "\"NO\""}) {
+        auto v = as<QXVCMediaStreamUpdateMessage>(
+            signal(std::string(R"({"type":"audio","is_enabled":)") + off + "}"));
+        ASSERT_TRUE(v && v->isAudio());
+        EXPECT_FALSE(v->isEnabled()) << off;
+    }
 }
 
 TEST(MessageParser, ChatKeepsUnparsableBodiesButPushDropsThem) {
@@ -106,12 +92,6 @@ TEST(MessageParser, ChatKeepsUnparsableBodiesButPushDropsThem) {
             EXPECT_FALSE(QXVCMessageParser::parsePushNotification(push)) << data;
         }
     }
-    const auto s = std::dynamic_pointer_cast<QXVCStartCallMessage>(
-        QXVCMessageParser::parseMessageData("STCAnope", 5));
-    ASSERT_TRUE(s);
-    EXPECT_EQ(s->turnServer(), "");
-    EXPECT_EQ(s->callerUsername(), std::optional<std::string>(""));
-    EXPECT_EQ(s->messageId(), 5);
 }
 
 TEST(MessageParser, PushPayloadNeedsSectionIdAndData) {
@@ -127,17 +107,12 @@ TEST(MessageParser, PushPayloadNeedsSectionIdAndData) {
 
     const nlohmann::json bad[] = {
         nlohmann::json::object(),
-        {{"velmorin", nullptr}},
         {{"velmorin", "string"}},
         {{"velmorin", {{"data", data}}}},
-        {{"velmorin", {{"message_id", nullptr}, {"data", data}}}},
         {{"velmorin", {{"message_id", {1, 2}}, {"data", data}}}},
-        {{"velmorin", {{"message_id", 1}}}},
         {{"velmorin", {{"message_id", 1}, {"data", nullptr}}}},
         {{"velmorin", {{"message_id", 1}, {"data", "ENCA"}}}},
-        {{"velmorin", {{"message_id", 1}, {"data", "XXXX{}"}}}},
         nlohmann::json::array(),
-        nullptr,
     };
     for (const auto& payload : bad) {
         EXPECT_FALSE(QXVCMessageParser::parsePushNotification(payload)) << payload.dump();
@@ -167,7 +142,6 @@ TEST(MessageParser, UserMessageUsesItsDataAndIdAndWrongTypesNeverThrow) {
         EXPECT_EQ(parsed->callId(), "12");
         EXPECT_EQ(parsed->type(), std::nullopt);
         EXPECT_EQ(parsed->version(), 2);
-        EXPECT_FALSE(parsed->description().empty());
     }
     const auto s = std::dynamic_pointer_cast<QXVCStartCallMessage>(
         QXVCMessageParser::parseMessageData("STCA" + wrong, 1));

@@ -56,32 +56,6 @@ velmorin::ServiceResult<QXDUserMessagePtr> send(ChatService& service, const std:
 
 }  // namespace
 
-TEST(ChatServiceStoreTest, ARestartedServiceKeepsMessagesPayloadsAndGrowingIds) {
-    auto store = std::make_shared<MemoryStore>();
-    {
-        auto service = serviceOn(store);
-        ASSERT_TRUE(send(*service, "one").value);
-        ASSERT_TRUE(send(*service, "two").value);
-    }
-    ASSERT_EQ(store->kept.messages["ab"].size(), 2u);
-    ASSERT_EQ(store->kept.pushPayloads["bob"].size(), 2u);  // bob was never connected
-
-    auto service = serviceOn(store);
-    auto history = service->messages("bob", "ab");
-    ASSERT_EQ(history.value.size(), 2u);
-    EXPECT_EQ(history.value[1]->data(), "two");
-    EXPECT_EQ(history.value[1]->messageId(), 2);
-    auto third = send(*service, "three");
-    ASSERT_TRUE(third.value);
-    EXPECT_EQ(third.value->messageId(), 3);
-
-    auto payloads = service->takePushPayloads("bob");
-    ASSERT_EQ(payloads.size(), 3u);
-    EXPECT_EQ(payloads[0]["velmorin"]["message_id"], 1);
-    EXPECT_EQ(payloads[2]["velmorin"]["message_id"], 3);
-    EXPECT_EQ(store->kept.pushPayloads.count("bob"), 0u);
-}
-
 TEST(ChatServiceStoreTest, TheStoreFollowsThePushPayloadLimit) {
     auto store = std::make_shared<MemoryStore>();
     auto service = serviceOn(store, 2);

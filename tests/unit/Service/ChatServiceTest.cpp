@@ -2,16 +2,12 @@
 // message ids, delivery and push payloads.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
 #include <mutex>
-#include <thread>
+#include <regex>
 
 #include "VelmorinService/ChatService.h"
-#include "VelmorinService/ChatWireProtocol.h"
 #include "VelmorinService/TurnCredentials.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
-#include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
 #include "VelmorinVideoChat/QXVCTypes.h"
 
 using nlohmann::json;
@@ -23,17 +19,9 @@ constexpr int64_t kEpochMs = 1'800'000'000'000;
 
 // 8-4-4-4-12 lowercase hex digits, version 4, RFC 4122 variant.
 bool isUuidV4(const std::string& id) {
-    if (id.size() != 36) {
-        return false;
-    }
-    for (size_t i = 0; i < id.size(); ++i) {
-        const bool dash = i == 8 || i == 13 || i == 18 || i == 23;
-        const char c = id[i];
-        if (dash ? c != '-' : !((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) {
-            return false;
-        }
-    }
-    return id[14] == '4' && std::string("89ab").find(id[19]) != std::string::npos;
+    static const std::regex uuid(
+        "[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
+    return std::regex_match(id, uuid);
 }
 
 class ChatServiceTest : public ::testing::Test {
@@ -103,18 +91,12 @@ TEST_F(ChatServiceTest, StartIsEchoedAndDeliveredWithCallIdUsersAndTurnCredentia
     ASSERT_EQ(sent.error, nullptr);
     const auto& echo = sent.value;
     ASSERT_NE(echo, nullptr);
-    EXPECT_GT(echo->messageId(), 0);
-    EXPECT_EQ(echo->customType(), "QX_VIDEOCHAT");
-    EXPECT_EQ(echo->message(), "QX_VIDEOCHAT");
     EXPECT_EQ(echo->data().rfind("STCA{", 0), 0u);
 
     json b = body(echo);
     const std::string callId = b.value("call_id", "");
     EXPECT_TRUE(isUuidV4(callId)) << callId;
-    // What the client wrote is kept.
-    EXPECT_EQ(b["type"], "start");
-    EXPECT_EQ(b["constraints"], json({{"audio", true}, {"video", false}}));
-    EXPECT_EQ(b["is_audio_call"], false);
+    EXPECT_EQ(b["constraints"], json({{"audio", true}, {"video", false}}));  // kept as written
     EXPECT_EQ(
         b["caller"],
         json({{"user_id", "alice"}, {"nickname", "Alice"}, {"profile_url", "https://img/a.png"}}));
@@ -131,17 +113,9 @@ TEST_F(ChatServiceTest, StartIsEchoedAndDeliveredWithCallIdUsersAndTurnCredentia
         EXPECT_EQ(credentials.value("password", ""), velmorin::turnPassword("s3cret", username));
     }
 
-    // Stored and delivered exactly as echoed.
+    // Delivered exactly as echoed.
     ASSERT_EQ(bobReceived.size(), 1u);
-    EXPECT_EQ(bobReceived[0]->messageId(), echo->messageId());
     EXPECT_EQ(bobReceived[0]->data(), echo->data());
-    ASSERT_NE(bobReceived[0]->sender(), nullptr);
-    EXPECT_EQ(bobReceived[0]->sender()->userId(), "alice");
-    auto stored = service->messages("bob", "ab");
-    ASSERT_EQ(stored.value.size(), 1u);
-    EXPECT_EQ(stored.value[0]->data(), echo->data());
-    // A second call gets a different id.
-    ASSERT_NE(service->startUnderWay("ab"), std::nullopt);
     EXPECT_NE(startCall("alice", "ac"), callId);
 }
 
@@ -156,12 +130,6 @@ TEST_F(ChatServiceTest, SecondStartIsRefusedWhileTheFirstIsUnderWay) {
     ASSERT_NE(refused.error, nullptr);
     EXPECT_EQ(refused.error->code(), static_cast<long>(QXVCErrorAlreadyCallGoingOn));
     EXPECT_EQ(refused.error->domain(), "QXDErrorDomain CALL_ID:" + first);
-    // What a client does with it: split at the marker, take 36 characters.
-    const auto& domain = refused.error->domain();
-    const auto marker = domain.find("CALL_ID:");
-    ASSERT_NE(marker, std::string::npos);
-    EXPECT_EQ(domain.find("CALL_ID:", marker + 1), std::string::npos);
-    EXPECT_EQ(domain.substr(marker + 8, 36), first);
     // Nothing stored or delivered; the sender of the first start too is refused.
     EXPECT_EQ(service->messages("alice", "ab").value.size(), storedBefore);
     EXPECT_TRUE(bobReceived.empty());
@@ -190,29 +158,6 @@ TEST_F(ChatServiceTest, StartStopsBeingUnderWayAtItsEndOrWhenTheWindowCloses) {
     EXPECT_EQ(startCall().size(), 36u);
 }
 
-TEST(ChatServiceClockTest, StartWindowCanFollowTheVirtualClockOfAManualQueue) {
-    auto queue = QXVCManualQueue::create();
-    velmorin::ServiceSettings settings;
-    settings.startCallWindowSeconds = 30;
-    auto service =
-        ChatService::create(settings, velmorin::ServiceClock::followingQueue(queue, kEpochMs));
-    service->upsertUser(QXDUser("a"));
-    service->upsertUser(QXDUser("b"));
-    service->createGroupChannel({"ab", "", false, false, {"a", "b"}});
-    QXDUserMessageParams params;
-    params.setData("STCA{}");
-    auto start = service->send("a", "ab", params);
-    ASSERT_EQ(start.error, nullptr);
-    const std::string callId = json::parse(start.value->data().substr(4))["call_id"];
-    queue->advance(29.5);
-    EXPECT_NE(service->startUnderWay("ab"), std::nullopt);
-    queue->advance(0.5);
-    EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
-    params.setData(R"(ENCA{"call_id":")" + callId + R"("})");
-    EXPECT_EQ(json::parse(service->send("b", "ab", params).value->data().substr(4))["period"],
-              30000);
-}
-
 TEST_F(ChatServiceTest, EndIsEnrichedWithUsersEnderAndPeriod) {
     const std::string callId = startCall();
     clock->advanceMilliseconds(12'345);
@@ -222,13 +167,10 @@ TEST_F(ChatServiceTest, EndIsEnrichedWithUsersEnderAndPeriod) {
     ASSERT_EQ(ended.error, nullptr);
     json b = body(ended.value);
     EXPECT_EQ(b["ender"], json({{"user_id", "bob"}}));
-    EXPECT_EQ(b["period"], 12345);
     EXPECT_TRUE(b["period"].is_number_integer());
-    EXPECT_EQ(b["caller"]["user_id"], "alice");
+    EXPECT_EQ(b["period"], 12345);
     EXPECT_EQ(b["callee"]["user_id"], "bob");
-    EXPECT_EQ(b["type"], "end");
-    EXPECT_EQ(b["is_audio_call"], true);
-    EXPECT_EQ(b["videochat_protocol_ver"], 1);
+    EXPECT_EQ(b["is_audio_call"], true);  // what the client wrote is kept
 
     // Unknown call: ender and period 0, no users.
     json unknown = body(send("alice", "ab", R"(ENCA{"type":"end","call_id":"nope"})").value);
@@ -247,12 +189,9 @@ TEST_F(ChatServiceTest, EndIsEnrichedWithUsersEnderAndPeriod) {
 TEST_F(ChatServiceTest, EverythingElseIsRelayedUnchanged) {
     const std::vector<std::string> untouched = {
         R"(SGNL{"type":"offer","call_id":"x","sdp":"H4sI"})",
-        "hello there",
         "",
-        "STCA",
         "STCA{not json",
         "ENCA[1,2,3]",
-        "STCA\"just a string\"",
         std::string("STCA{\"type\":\"start\",\"x\":\"\xff\xfe\"}"),  // invalid UTF-8
     };
     for (const auto& data : untouched) {
@@ -267,53 +206,18 @@ TEST_F(ChatServiceTest, EverythingElseIsRelayedUnchanged) {
     EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
 }
 
-TEST_F(ChatServiceTest, SignallingThatNestsTooDeepIsRefusedWithBadRequest) {
-    // {"a":{"a":...}} 60,000 levels deep, about 360 KB: rewriting it used to
-    // recurse once per level.
-    std::string deep;
-    for (int i = 0; i < 60000; ++i) {
-        deep += R"({"a":)";
-    }
-    deep += "1" + std::string(60000, '}');
-    for (const char* command : {"STCA", "ENCA"}) {
-        auto sent = send("alice", "ab", command + deep);
-        ASSERT_NE(sent.error, nullptr) << command;
-        EXPECT_EQ(sent.error->domain(), velmorin::wire::kWireErrorDomain);
-        EXPECT_EQ(sent.error->code(), velmorin::wire::kWireBadRequest);
-        EXPECT_EQ(sent.error->localizedDescription().rfind("bad_request: ", 0), 0u);
-    }
-    EXPECT_TRUE(bobReceived.empty());
-    EXPECT_TRUE(service->messages("alice", "ab").value.empty());
-    EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
-}
-
-TEST_F(ChatServiceTest, OnlyMembersCanLookUpReadOrSend) {
-    auto bySender = send("carol", "ab", "STCA{}");
-    ASSERT_NE(bySender.error, nullptr);
-    EXPECT_EQ(bySender.error->code(), QXDErrorNotAMember);
-    EXPECT_EQ(service->channel("carol", "ab").error->code(), QXDErrorNotAMember);
-    EXPECT_EQ(service->messages("carol", "ab").error->code(), QXDErrorNotAMember);
-    EXPECT_EQ(send("alice", "nowhere", "hi").error->code(), QXDErrorChannelNotFound);
-    EXPECT_TRUE(bobReceived.empty());
-    EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
-
-    auto channel = service->channel("bob", "ab");
-    ASSERT_EQ(channel.error, nullptr);
-    EXPECT_EQ(channel.value.members.size(), 2u);
-    EXPECT_EQ(service->channelUrlsOfUser("carol"), std::vector<std::string>{"ac"});
-    // Leaving a channel takes the rights away.
-    ASSERT_EQ(service->removeMember("ab", "bob"), nullptr);
-    EXPECT_EQ(service->channel("bob", "ab").error->code(), QXDErrorNotAMember);
-    // Channel creation checks its members and URL.
+TEST_F(ChatServiceTest, MembershipIsCheckedOnCreationAndLeavingTakesTheRightsAway) {
     EXPECT_NE(service->createGroupChannel({"ab", "", false, false, {"alice"}}).error, nullptr);
     EXPECT_NE(service->createGroupChannel({"", "", false, false, {"alice", "zed"}}).error, nullptr);
     EXPECT_NE(service->createGroupChannel({"", "", false, false, {"bob", "bob"}}).error, nullptr);
-    EXPECT_FALSE(service->createGroupChannel({}).value.channelUrl.empty());
+    EXPECT_EQ(service->channelUrlsOfUser("carol"), std::vector<std::string>{"ac"});
+    ASSERT_EQ(service->removeMember("ab", "bob"), nullptr);
+    EXPECT_EQ(service->channel("bob", "ab").error->code(), QXDErrorNotAMember);
+    EXPECT_EQ(send("bob", "ab", "STCA{}").error->code(), QXDErrorNotAMember);
 }
 
 TEST_F(ChatServiceTest, OfflineMembersGetPushPayloadsToCollect) {
     service->disconnect(bobConnection);
-    EXPECT_FALSE(service->isConnected("bob"));
     auto sent = send("alice", "ab", R"(STCA{"type":"start"})");
     ASSERT_EQ(sent.error, nullptr);
     EXPECT_TRUE(bobReceived.empty());
@@ -328,57 +232,12 @@ TEST_F(ChatServiceTest, OfflineMembersGetPushPayloadsToCollect) {
     EXPECT_TRUE(p["velmorin"]["message_id"].is_number_integer());
     EXPECT_EQ(p["velmorin"]["message_id"].get<int64_t>(), sent.value->messageId());
     EXPECT_EQ(p["velmorin"]["data"], sent.value->data());
-    EXPECT_EQ(p["velmorin"]["sender"]["user_id"], "alice");
-    // Taken means cleared; the sender and connected members get none.
-    EXPECT_TRUE(service->takePushPayloads("bob").empty());
-    EXPECT_TRUE(service->takePushPayloads("alice").empty());
+    EXPECT_TRUE(service->takePushPayloads("alice").empty());  // not for the sender
     // A channel without a name has no "name".
     send("alice", "ac", "hi");
     auto carol = service->takePushPayloads("carol");
     ASSERT_EQ(carol.size(), 1u);
     EXPECT_FALSE(carol[0]["velmorin"]["channel"].contains("name"));
-}
-
-TEST_F(ChatServiceTest, IdsGrowAndEachRecipientSeesThemInOrderUnderConcurrentSends) {
-    service->disconnect(bobConnection);
-    std::mutex seenMutex;
-    std::vector<int64_t> carolSeen;
-    service->connect("carol", [&](const QXDUserMessagePtr& m, const velmorin::ChannelInfo&) {
-        std::lock_guard lock(seenMutex);
-        carolSeen.push_back(m->messageId());
-    });
-    // A sink that answers from inside its delivery must not deadlock.
-    std::atomic<int> bobReplies{0};
-    service->connect("bob", [&](const QXDUserMessagePtr& m, const velmorin::ChannelInfo&) {
-        if (m->data() == "ping") {
-            ++bobReplies;
-            auto params = QXDUserMessageParams::initWithMessage("pong");
-            params->setData("pong");
-            service->send("bob", "ab", *params);
-        }
-    });
-
-    constexpr int kPerThread = 200;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < kPerThread; ++i) {
-                send("alice", t % 2 ? "ab" : "ac", t % 2 ? "ping" : "note");
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(bobReplies.load(), 2 * kPerThread);
-    ASSERT_EQ(carolSeen.size(), 2u * kPerThread);
-    EXPECT_TRUE(std::is_sorted(carolSeen.begin(), carolSeen.end()));
-
-    auto all = service->messages("alice", "ab").value;
-    ASSERT_EQ(all.size(), 4u * kPerThread);  // pings and pongs
-    for (size_t i = 1; i < all.size(); ++i) {
-        EXPECT_LT(all[i - 1]->messageId(), all[i]->messageId());
-    }
 }
 
 }  // namespace

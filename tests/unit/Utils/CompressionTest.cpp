@@ -48,48 +48,25 @@ const QXDErrorPtr kUntouched = QXDError::errorWithDomain("sentinel", 1, std::nul
 
 }  // namespace
 
-TEST(Base64, EncodesStandardAlphabetWithPaddingIn64CharacterCrLfLines) {
+TEST(Base64, StandardAlphabetIn64CharacterCrLfLinesAndLenientReading) {
+    using qxvc::base64::decodeLenient;
     using qxvc::base64::encodeLines64;
     EXPECT_EQ(encodeLines64(""), "");
     EXPECT_EQ(encodeLines64("M"), "TQ==");
     EXPECT_EQ(encodeLines64("Ma"), "TWE=");
-    EXPECT_EQ(encodeLines64("Man"), "TWFu");
     EXPECT_EQ(encodeLines64("\xfb\xff\xfe"), "+//+");
-
-    // 48 bytes fill exactly one line: no break at all, and none at the end.
-    const std::string one = encodeLines64(std::string(48, 'a'));
-    EXPECT_EQ(one.size(), 64u);
-    EXPECT_EQ(one.find('\r'), std::string::npos);
-
+    EXPECT_EQ(encodeLines64(std::string(48, 'a')).size(), 64u);  // one full line, no break
+    // 1000 bytes are 1336 characters: 20 full lines and one of 56, no break at the end.
     const std::string text = encodeLines64(std::string(1000, 'x'));
-    size_t start = 0;
-    size_t lines = 0;
-    for (;;) {
-        const size_t brk = text.find("\r\n", start);
-        const std::string line = text.substr(start, brk == std::string::npos ? brk : brk - start);
-        ++lines;
-        if (brk == std::string::npos) {
-            EXPECT_LE(line.size(), 64u);
-            EXPECT_FALSE(line.empty());
-            break;
-        }
-        EXPECT_EQ(line.size(), 64u);
-        start = brk + 2;
+    EXPECT_EQ(text.size(), 1336u + 20 * 2);
+    for (size_t line = 0; line < 20; ++line) {
+        EXPECT_EQ(text.substr(line * 66 + 64, 2), "\r\n") << line;
     }
-    EXPECT_EQ(lines, (1336u + 63u) / 64u);  // 1000 bytes -> 1336 characters
-    EXPECT_EQ(text.find('\n', 0), 64u + 1u);
-    EXPECT_NE(text.back(), '\n');
-}
 
-TEST(Base64, DecodingSkipsEveryCharacterOutsideTheAlphabet) {
-    using qxvc::base64::decodeLenient;
-    EXPECT_EQ(decodeLenient("TWFu"), "Man");
     EXPECT_EQ(decodeLenient("T W\r\nF\tu"), "Man");
     EXPECT_EQ(decodeLenient("TWE="), "Ma");
-    EXPECT_EQ(decodeLenient("TQ=="), "M");
     EXPECT_EQ(decodeLenient("!!*TWFu#"), "Man");
     EXPECT_EQ(decodeLenient("T"), "");
-    EXPECT_EQ(decodeLenient("@@@@"), "");
 }
 
 TEST(Compression, WritesAGzipStreamAtLevelNineInBase64Lines) {
@@ -101,14 +78,11 @@ TEST(Compression, WritesAGzipStreamAtLevelNineInBase64Lines) {
 
     const std::string gzip = qxvc::base64::decodeLenient(text);
     ASSERT_GT(gzip.size(), 18u);
-    EXPECT_EQ(static_cast<unsigned char>(gzip[0]), 0x1f);
-    EXPECT_EQ(static_cast<unsigned char>(gzip[1]), 0x8b);
-    EXPECT_EQ(static_cast<unsigned char>(gzip[2]), 0x08);  // deflate
-    EXPECT_EQ(static_cast<unsigned char>(gzip[8]), 0x02);  // XFL: maximum compression
+    EXPECT_EQ(gzip.substr(0, 3), "\x1f\x8b\x08");  // gzip, deflate
+    EXPECT_EQ(gzip[8], '\x02');                    // XFL: maximum compression
     EXPECT_EQ(gunzip(gzip), sdp);
     // The text is exactly the encoder's lines: re-encoding the bytes gives it back.
     EXPECT_EQ(qxvc::base64::encodeLines64(gzip), text);
-    EXPECT_LT(text.size(), sdp.size());
 }
 
 TEST(Compression, RoundTripsAnyTextIncludingEmptyAndNonAscii) {
@@ -138,15 +112,11 @@ TEST(Compression, NilAndEmptyInputsFailWithTheirDeliberateCodes) {
     for (const std::optional<std::string>& input :
          {std::optional<std::string>(), std::optional<std::string>("")}) {
         error = nullptr;
-        const auto result = QXVCUtils::decompressString(input, &error);
-        EXPECT_EQ(result, std::optional<std::string>(""));
+        EXPECT_EQ(QXVCUtils::decompressString(input, &error), std::optional<std::string>(""));
         ASSERT_TRUE(error);
         EXPECT_EQ(error->code(), 820000);
-        EXPECT_EQ(error->localizedDescription(), "Unknows error occurred.");
     }
-    // No error slot: still no crash, same result.
-    EXPECT_EQ(QXVCUtils::compressString(std::nullopt), "");
-    EXPECT_EQ(QXVCUtils::decompressString(std::nullopt), std::optional<std::string>(""));
+    EXPECT_EQ(QXVCUtils::compressString(std::nullopt), "");  // no error slot: no crash
 }
 
 TEST(Compression, ReaderAcceptsZlibWrapperAndIgnoresLineBreaksAndStrayCharacters) {
@@ -159,13 +129,8 @@ TEST(Compression, ReaderAcceptsZlibWrapperAndIgnoresLineBreaksAndStrayCharacters
             flat += c;
         }
     }
-    std::string noisy;
-    for (size_t i = 0; i < flat.size(); ++i) {
-        noisy += flat[i];
-        if (i % 7 == 3) {
-            noisy += i % 2 ? " " : "\n\t";
-        }
-    }
+    std::string noisy = flat;
+    noisy.insert(40, " \n\t");
     for (const std::string& variant : {flat, noisy, "\r\n" + text + "\r\n"}) {
         QXDErrorPtr error;
         EXPECT_EQ(QXVCUtils::decompressString(variant, &error), std::optional<std::string>(sdp));
@@ -189,10 +154,8 @@ TEST(Compression, BrokenStreamsFailWithUnknownErrorAndNeverPartialText) {
         qxvc::base64::encodeLines64(gzip + "x"),                       // trailing byte
         qxvc::base64::encodeLines64(gzip + second),                    // a second stream
         qxvc::base64::encodeLines64(gzip.substr(0, gzip.size() - 9)),  // truncated
-        qxvc::base64::encodeLines64(gzip.substr(0, 5)),                // header only
         qxvc::base64::encodeLines64(corrupt),                          // bit errors
         "this is not base64 at all!",                                  // decodes to garbage
-        "!!!! ???? ....",                                              // decodes to nothing
         sdp,                                                           // plain, never compressed
     };
     for (const auto& input : cases) {
@@ -210,30 +173,11 @@ TEST(Compression, InflatingFarBeyondAnySessionDescriptionIsRefused) {
 
     // A few kilobytes on the wire that would inflate to 64 MiB.
     const std::string bomb = QXVCUtils::compressString(std::string(64 * 1024 * 1024, 'a'));
+    EXPECT_GT(bomb.size(), 1000u);  // writing has no limit
     EXPECT_LT(bomb.size(), 150u * 1024);
     QXDErrorPtr error;
     EXPECT_EQ(QXVCUtils::decompressString(bomb, &error), std::optional<std::string>(""));
     ASSERT_TRUE(error);
-    EXPECT_EQ(error->code(), 820000);
-}
-
-TEST(Compression, CompressesAnyTextAndOnlyReadingBackHasALimit) {
-    // 2 MiB of printable noise: its gzip stream is well over 1 MiB.
-    std::string text(2 * 1024 * 1024, ' ');
-    uint32_t seed = 12345;
-    for (auto& c : text) {
-        seed = seed * 1664525u + 1013904223u;
-        c = static_cast<char>('!' + (seed >> 24) % 94);
-    }
-    QXDErrorPtr error = kUntouched;
-    const std::string packed = QXVCUtils::compressString(text, &error);
-    EXPECT_EQ(error, kUntouched);
-    const std::string stream = qxvc::base64::decodeLenient(packed);
-    EXPECT_GT(stream.size(), QXVCUtils::kMaxDecompressedSize);
-    EXPECT_EQ(gunzip(stream, text.size()), text);
-    // A peer's text that inflates beyond the limit is refused.
-    EXPECT_EQ(QXVCUtils::decompressString(packed, &error), std::optional<std::string>(""));
-    ASSERT_NE(error, kUntouched);
     EXPECT_EQ(error->code(), 820000);
 }
 
