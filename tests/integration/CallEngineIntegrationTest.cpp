@@ -5,7 +5,8 @@
 // service.
 #include <gtest/gtest.h>
 
-#include <condition_variable>
+#include <algorithm>
+#include <atomic>
 #include <future>
 #include <mutex>
 #include <thread>
@@ -44,7 +45,6 @@ class Inbox : public QXDChannelDelegate {
             messages_.push_back(parsed);
             handler = handler_;
         }
-        cv_.notify_all();
         if (handler) {
             handler(parsed);
         }
@@ -53,65 +53,50 @@ class Inbox : public QXDChannelDelegate {
         std::lock_guard lock(mutex_);
         handler_ = std::move(handler);
     }
-    /// The first message whose type is `type`, waiting for it.
-    QXVCCallMessagePtr waitFor(const std::string& type, double seconds = kWait) {
-        std::unique_lock lock(mutex_);
-        QXVCCallMessagePtr found;
-        cv_.wait_for(lock, std::chrono::duration<double>(seconds), [&] {
-            for (const auto& m : messages_) {
-                if (m->type() == type) {
-                    found = m;
-                    return true;
-                }
+    /// The first message whose type is `type`, if one came.
+    QXVCCallMessagePtr find(const std::string& type) const {
+        std::lock_guard lock(mutex_);
+        for (const auto& m : messages_) {
+            if (m->type() == type) {
+                return m;
             }
-            return false;
-        });
-        return found;
+        }
+        return nullptr;
     }
     std::vector<QXVCCallMessagePtr> messages() const {
         std::lock_guard lock(mutex_);
         return messages_;
     }
-    std::vector<std::string> types() const {
-        std::lock_guard lock(mutex_);
-        std::vector<std::string> out;
-        for (const auto& m : messages_) {
-            auto text = m->type().value_or("?");
-            if (auto update = std::dynamic_pointer_cast<QXVCMediaStreamUpdateMessage>(m)) {
-                text += update->isEnabled() ? " on" : " off";
-            }
-            out.push_back(text);
-        }
-        return out;
-    }
 
   private:
     mutable std::mutex mutex_;
-    std::condition_variable cv_;
     std::vector<QXVCCallMessagePtr> messages_;
     std::function<void(const QXVCCallMessagePtr&)> handler_;
 };
 
-/// Records the application events by name.
+/// The application events heard, by name.
 struct AppEvents {
     void add(const char* name) {
         std::lock_guard lock(mutex);
         names.push_back(name);
-        cv.notify_all();
     }
     bool has(const std::string& name) {
         std::lock_guard lock(mutex);
         return std::find(names.begin(), names.end(), name) != names.end();
     }
-    bool waitFor(const std::string& name, double seconds = kWait) {
-        std::unique_lock lock(mutex);
-        return cv.wait_for(lock, std::chrono::duration<double>(seconds), [&] {
-            return std::find(names.begin(), names.end(), name) != names.end();
-        });
-    }
     std::mutex mutex;
-    std::condition_variable cv;
     std::vector<std::string> names;
+};
+
+/// A completion handler that notes whether it ran and with an error; it may
+/// run after the test gave up waiting.
+struct Completion {
+    std::shared_ptr<std::atomic<int>> result = std::make_shared<std::atomic<int>>(-1);
+    std::function<void(QXDErrorPtr)> handler() const {
+        return [out = result](QXDErrorPtr error) { *out = error ? 1 : 0; };
+    }
+    bool done() const { return *result >= 0; }
+    bool succeeded() const { return *result == 0; }
 };
 
 class CallEngineIntegrationTest : public ::testing::Test {
@@ -134,10 +119,10 @@ class CallEngineIntegrationTest : public ::testing::Test {
         alice_ = QXDInProcessChatClient::create(service_, "alice");
         bob_ = QXDInProcessChatClient::create(service_, "bob");
         bob_->addChannelDelegate(bobInbox_, "inbox");
-        alice_->addChannelDelegate(aliceInbox_, "inbox");
         QXDMain::setChatClient(alice_);
         QXVCMain::resetForTesting();
         QXVCMain::config();
+        app_ = makeApp();
     }
 
     void TearDown() override {
@@ -155,29 +140,131 @@ class CallEngineIntegrationTest : public ::testing::Test {
 
     virtual RTCGstPlatform::Options engineOptions() const { return {}; }
 
-    /// Bob sends a start through the service; the echo carries the call id and
-    /// the TURN credentials of both sides.
-    std::shared_ptr<QXVCStartCallMessage> bobStartsACall() {
+    /// Waits until `done` holds; false after `seconds`. With a manual main
+    /// queue, its due work runs meanwhile.
+    bool settle(const std::function<bool()>& done, double seconds = kWait) {
+        const auto deadline =
+            std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+        for (;;) {
+            if (main_) {
+                main_->runUntilIdle();
+            }
+            if (done()) {
+                return true;
+            }
+            if (std::chrono::steady_clock::now() > deadline) {
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+    bool heard(const std::string& event, double seconds = kWait) {
+        return settle([&] { return events_.has(event); }, seconds);
+    }
+    /// The first call message of `type` bob received, waiting for it.
+    QXVCCallMessagePtr bobGot(const std::string& type) {
+        QXVCCallMessagePtr found;
+        settle([&] { return (found = bobInbox_->find(type)) != nullptr; });
+        return found;
+    }
+
+    /// Bob sends a start through the service; its echo carries the call id
+    /// and the TURN credentials of both sides.
+    void bobStartsACall() {
         nlohmann::json body = {{"type", "start"},
                                {"videochat_protocol_ver", 1},
                                {"is_audio_call", false},
                                {"constraints", {{"audio", true}, {"video", true}}}};
-        std::promise<QXDUserMessagePtr> echoed;
+        auto echoed = std::make_shared<std::promise<QXDUserMessagePtr>>();
         bob_->sendUserMessage(
             kChannel,
             QXVCClient::buildMessageParamsWithSignalingCommand("STCA", body, std::nullopt),
-            [&](QXDUserMessagePtr message, QXDErrorPtr) { echoed.set_value(message); });
-        auto future = echoed.get_future();
-        if (future.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
-            return nullptr;
-        }
-        return std::dynamic_pointer_cast<QXVCStartCallMessage>(
+            [echoed](QXDUserMessagePtr message, QXDErrorPtr) { echoed->set_value(message); });
+        auto future = echoed->get_future();
+        ASSERT_EQ(future.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+        start_ = std::dynamic_pointer_cast<QXVCStartCallMessage>(
             QXVCMessageParser::parseUserMessage(future.get()));
+        ASSERT_TRUE(start_ && start_->callId());
+        callId_ = *start_->callId();
+    }
+
+    /// Bob calls; alice hears of it and accepts with her views.
+    void bobCallsAndAliceAccepts() {
+        ASSERT_NO_FATAL_FAILURE(bobStartsACall());
+        ASSERT_TRUE(heard("didReceiveStartCall"));
+        call_ = QXVCMain::getCallWithCallId(callId_);
+        ASSERT_TRUE(call_);
+        EXPECT_EQ(call_->myRole(), QXVCRoleCallee);
+        Completion accepted;
+        call_->viewIsReady();
+        call_->acceptWithOptions(optionsWithViews(), accepted.handler());
+        ASSERT_TRUE(settle([&] { return accepted.done(); }, 20));
+        EXPECT_TRUE(accepted.succeeded());
+    }
+
+    /// Bob answers the offer that reached him through the service (with a
+    /// certificate other than his own when `forged`).
+    void bobAnswers(bool forged = false) {
+        auto offer = std::dynamic_pointer_cast<QXVCSignalMessage>(bobGot("offer"));
+        ASSERT_TRUE(offer);
+        ASSERT_NO_FATAL_FAILURE(makeRemote(/*bobIsCaller=*/true));
+        caller_->pc->setRemoteDescription(
+            std::make_shared<const RTCSessionDescription>(RTCSdpTypeOffer, offer->sdp()), nullptr);
+        tradeCandidates();
+        ASSERT_NO_FATAL_FAILURE(bobSendsDescription(/*offer=*/false, forged));
+    }
+
+    /// Alice places a video call with her views; bob reads its start.
+    void aliceCalls() {
+        Completion started;
+        QXVCMain::startCallWithAudioOnly(false, optionsWithViews(), started.handler());
+        ASSERT_TRUE(settle([&] { return started.done() && events_.has("didSendStartCall"); }));
+        ASSERT_TRUE(started.succeeded());
+        call_ = QXVCMain::getActiveCall();
+        ASSERT_TRUE(call_);
+        call_->viewIsReady();
+        start_ = std::dynamic_pointer_cast<QXVCStartCallMessage>(bobGot("start"));
+        ASSERT_TRUE(start_ && start_->callId());
+        callId_ = *start_->callId();
+        EXPECT_EQ(call_->callId(), callId_);
+    }
+
+    /// Bob accepts alice's call: his offer goes to her.
+    void bobAccepts(bool forged = false) {
+        ASSERT_NO_FATAL_FAILURE(makeRemote(/*bobIsCaller=*/false));
+        ASSERT_NO_FATAL_FAILURE(bobSendsDescription(/*offer=*/true, forged));
+    }
+
+    /// Bob makes his offer or answer, applies it and sends it to alice.
+    void bobSendsDescription(bool offer, bool forged) {
+        auto made = std::make_shared<std::promise<RTCSessionDescriptionPtr>>();
+        auto handler = [made](RTCSessionDescriptionPtr sdp, QXDErrorPtr) { made->set_value(sdp); };
+        if (offer) {
+            caller_->pc->offerForConstraints(nullptr, handler);
+        } else {
+            caller_->pc->answerForConstraints(nullptr, handler);
+        }
+        auto future = made->get_future();
+        ASSERT_EQ(future.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+        auto description = future.get();
+        ASSERT_TRUE(description);
+        caller_->pc->setLocalDescription(description, nullptr);
+        if (offer) {
+            tradeCandidates();
+        }
+        std::string sdp = description->sdp();
+        if (forged) {
+            sdp = GStreamerTamperedFingerprints(sdp);
+            ASSERT_NE(sdp, description->sdp());
+        }
+        bobSends("SGNL", {{"type", offer ? "offer" : "answer"},
+                          {"sdp", QXVCUtils::compressString(sdp, nullptr)}});
     }
 
     /// Bob's bare peer connection with audio and video, relay only, with his
     /// own TURN credentials (the caller's or the callee's).
-    void makeRemote(const QXVCStartCallMessage& start, bool bobIsCaller) {
+    void makeRemote(bool bobIsCaller) {
+        const QXVCStartCallMessage& start = *start_;
         caller_ = std::make_shared<GStreamerPeer>();
         caller_->name = "bob";
         auto factory = engine_->peerConnectionFactory(nullptr, nullptr);
@@ -213,24 +300,23 @@ class CallEngineIntegrationTest : public ::testing::Test {
         }
     }
 
-    /// Bob sends `type` in the call with `body`.
-    void bobSends(const std::string& callId, const std::string& command, nlohmann::json body) {
+    /// Bob sends `command` in the call with `body`.
+    void bobSends(const std::string& command, nlohmann::json body) {
         body["videochat_protocol_ver"] = 1;
-        body["call_id"] = callId;
+        body["call_id"] = callId_;
         bob_->sendUserMessage(
-            kChannel, QXVCClient::buildMessageParamsWithSignalingCommand(command, body, callId),
+            kChannel, QXVCClient::buildMessageParamsWithSignalingCommand(command, body, callId_),
             nullptr);
     }
 
     /// Bob's local candidates go to alice through the service; alice's reach
     /// his peer connection, those already received and those to come.
-    void tradeCandidates(const std::string& callId) {
-        caller_->setCandidateSink([this, callId](const RTCIceCandidatePtr& candidate) {
-            bobSends(callId, "SGNL",
-                     {{"type", "candidate"},
-                      {"sdp", candidate->sdp().value_or("")},
-                      {"sdp_mid", candidate->sdpMid().value_or("")},
-                      {"sdp_mline_index", candidate->sdpMLineIndex()}});
+    void tradeCandidates() {
+        caller_->setCandidateSink([this](const RTCIceCandidatePtr& candidate) {
+            bobSends("SGNL", {{"type", "candidate"},
+                              {"sdp", candidate->sdp().value_or("")},
+                              {"sdp_mid", candidate->sdpMid().value_or("")},
+                              {"sdp_mline_index", candidate->sdpMLineIndex()}});
         });
         // Alice's answer and candidates are applied on bob's event thread, in
         // the order they arrived, so no candidate comes before the answer.
@@ -251,17 +337,11 @@ class CallEngineIntegrationTest : public ::testing::Test {
         }
     }
 
-    /// The application: records every event; holds the calls it hears of.
+    /// The application: records every event by name.
     std::shared_ptr<QXVCVideoChatDelegate> makeApp() {
         auto app = std::make_shared<QXVCVideoChatDelegate>();
         auto record = [this](const char* name) {
-            return [this, name](const QXVCCallPtr& call) {
-                {
-                    std::lock_guard lock(events_.mutex);
-                    lastCall_ = call;
-                }
-                events_.add(name);
-            };
+            return [this, name](const QXVCCallPtr&) { events_.add(name); };
         };
         app->didReceiveStartCall = record("didReceiveStartCall");
         app->didReceiveAcceptCall = record("didReceiveAcceptCall");
@@ -289,13 +369,13 @@ class CallEngineIntegrationTest : public ::testing::Test {
     }
 
     /// After the call ended: media, capture and the gate are released.
-    void expectTornDown(const RTCPeerConnectionPtr& connection, const std::string& callId) {
+    void expectTornDown(const RTCPeerConnectionPtr& connection) {
         EXPECT_EQ(connection->connectionState(), RTCPeerConnectionStateClosed);
         EXPECT_FALSE(QXVCMain::getCameraVideoCapturer()->captureSession()->isRunning());
         EXPECT_EQ(localView_->captureSession(), nullptr);
         EXPECT_FALSE(QXVCMain::isCalling());
         EXPECT_EQ(QXVCMain::getActiveCall(), nullptr);
-        EXPECT_EQ(QXVCMain::getCallWithCallId(callId), nullptr);
+        EXPECT_EQ(QXVCMain::getCallWithCallId(callId_), nullptr);
         // Only relay candidates left alice.
         for (const auto& message : bobInbox_->messages()) {
             if (auto candidate = std::dynamic_pointer_cast<QXVCCandidateMessage>(message)) {
@@ -306,7 +386,11 @@ class CallEngineIntegrationTest : public ::testing::Test {
     }
 
     AppEvents events_;
-    QXVCCallPtr lastCall_;
+    std::shared_ptr<QXVCVideoChatDelegate> app_;
+    std::shared_ptr<QXVCManualQueue> main_;  ///< set when the main queue is a manual one
+    std::shared_ptr<QXVCStartCallMessage> start_;
+    std::string callId_;
+    QXVCCallPtr call_;
     std::shared_ptr<QXVCLocalVideoView> localView_ = QXVCLocalVideoView::create();
     std::shared_ptr<QXVCRemoteVideoView> remoteView_ = QXVCRemoteVideoView::create();
     TurnServerFixture turn_;
@@ -314,123 +398,60 @@ class CallEngineIntegrationTest : public ::testing::Test {
     velmorin::ChatServicePtr service_;
     std::shared_ptr<QXDInProcessChatClient> alice_;
     std::shared_ptr<QXDInProcessChatClient> bob_;
-    std::shared_ptr<Inbox> aliceInbox_ = std::make_shared<Inbox>();
     std::shared_ptr<Inbox> bobInbox_ = std::make_shared<Inbox>();
     std::shared_ptr<GStreamerPeer> caller_;
 };
 
 TEST_F(CallEngineIntegrationTest, IncomingCallAcceptedOpensCarriesMediaAndEndsFromTheCaller) {
-    auto app = makeApp();
-    auto start = bobStartsACall();
-    ASSERT_TRUE(start && start->callId());
-    const std::string callId = *start->callId();
-
-    // The intake builds the incoming call and tells the application.
-    ASSERT_TRUE(events_.waitFor("didReceiveStartCall"));
-    auto call = QXVCMain::getCallWithCallId(callId);
-    ASSERT_TRUE(call);
-    EXPECT_EQ(call->myRole(), QXVCRoleCallee);
-    std::promise<QXDErrorPtr> accepted;
-    call->viewIsReady();
-    call->acceptWithOptions(optionsWithViews(),
-                            [&](QXDErrorPtr error) { accepted.set_value(error); });
-    auto acceptFuture = accepted.get_future();
-    ASSERT_EQ(acceptFuture.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-    EXPECT_EQ(acceptFuture.get(), nullptr);
-    EXPECT_TRUE(events_.waitFor("didSendAcceptCall"));
-
-    // Bob answers the offer that travelled through the service.
-    auto offer = std::dynamic_pointer_cast<QXVCSignalMessage>(bobInbox_->waitFor("offer"));
-    ASSERT_TRUE(offer);
-    makeRemote(*start, /*bobIsCaller=*/true);
-    ASSERT_TRUE(caller_ && caller_->pc);
-    caller_->pc->setRemoteDescription(
-        std::make_shared<const RTCSessionDescription>(RTCSdpTypeOffer, offer->sdp()), nullptr);
-    tradeCandidates(callId);
-    std::promise<RTCSessionDescriptionPtr> answered;
-    caller_->pc->answerForConstraints(
-        nullptr, [&](RTCSessionDescriptionPtr sdp, QXDErrorPtr) { answered.set_value(sdp); });
-    auto answerFuture = answered.get_future();
-    ASSERT_EQ(answerFuture.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-    auto answer = answerFuture.get();
-    ASSERT_TRUE(answer);
-    caller_->pc->setLocalDescription(answer, nullptr);
-    bobSends(callId, "SGNL",
-             {{"type", "answer"}, {"sdp", QXVCUtils::compressString(answer->sdp(), nullptr)}});
-
-    // The intake applies the answer and the candidates: the call opens.
-    EXPECT_TRUE(events_.waitFor("didOpenCall"));
-    EXPECT_EQ(call->state(), QXVCStateOpened);
-    EXPECT_TRUE(caller_->waitFor(kWait, [&] { return remoteView_->frameCount() >= 10; }));
+    // The intake builds the incoming call and tells the application; bob
+    // answers the offer that travelled through the service, and the intake
+    // applies his answer and candidates: the call opens.
+    ASSERT_NO_FATAL_FAILURE(bobCallsAndAliceAccepts());
+    EXPECT_TRUE(heard("didSendAcceptCall"));
+    ASSERT_NO_FATAL_FAILURE(bobAnswers());
+    EXPECT_TRUE(heard("didOpenCall"));
+    EXPECT_EQ(call_->state(), QXVCStateOpened);
+    EXPECT_TRUE(settle([&] { return remoteView_->frameCount() >= 10; }));
     EXPECT_EQ(remoteView_->videoSize(), (CGSize{640, 480}));
-    EXPECT_TRUE(caller_->waitFor(kWait, [&] { return caller_->remoteRenderer->frames() >= 5; }));
+    EXPECT_TRUE(settle([&] { return caller_->remoteRenderer->frames() >= 5; }));
 
     // Updates both ways.
-    bobSends(callId, "SGNL", {{"type", "audio"}, {"is_enabled", false}});
-    EXPECT_TRUE(events_.waitFor("didOpponentAudioStateChange"));
-    EXPECT_FALSE(call->caller()->isAudioEnabled());
-    call->stopVideo();
-    EXPECT_TRUE(bobInbox_->waitFor("video"));
+    bobSends("SGNL", {{"type", "audio"}, {"is_enabled", false}});
+    EXPECT_TRUE(heard("didOpponentAudioStateChange"));
+    EXPECT_FALSE(call_->caller()->isAudioEnabled());
+    call_->stopVideo();
+    EXPECT_TRUE(bobGot("video"));
 
     // Bob hangs up: alice hears of it and lets everything go.
-    auto connection = call->peerConnection();
-    bobSends(callId, "ENCA", {{"type", "end"}});
-    EXPECT_TRUE(events_.waitFor("didReceiveEndCall"));
-    EXPECT_EQ(call->endType(), QXVCEndTypeEnd);
-    EXPECT_EQ(call->enderId().value_or(""), "bob");
-    expectTornDown(connection, callId);
+    auto connection = call_->peerConnection();
+    bobSends("ENCA", {{"type", "end"}});
+    EXPECT_TRUE(heard("didReceiveEndCall"));
+    EXPECT_EQ(call_->endType(), QXVCEndTypeEnd);
+    EXPECT_EQ(call_->enderId().value_or(""), "bob");
+    expectTornDown(connection);
 }
 
 TEST_F(CallEngineIntegrationTest, OutgoingCallIsAnsweredThroughTheIntakeAndEndedByTheCaller) {
-    auto app = makeApp();
-    std::promise<QXDErrorPtr> started;
-    QXVCMain::startCallWithAudioOnly(false, optionsWithViews(),
-                                     [&](QXDErrorPtr error) { started.set_value(error); });
-    auto startFuture = started.get_future();
-    ASSERT_EQ(startFuture.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    ASSERT_EQ(startFuture.get(), nullptr);
-    EXPECT_TRUE(events_.waitFor("didSendStartCall"));
-    auto call = QXVCMain::getActiveCall();
-    ASSERT_TRUE(call);
-    call->viewIsReady();
-    auto start = std::dynamic_pointer_cast<QXVCStartCallMessage>(bobInbox_->waitFor("start"));
-    ASSERT_TRUE(start && start->callId());
-    const std::string callId = *start->callId();
-    EXPECT_EQ(call->callId(), callId);
-
     // Bob accepts: his offer goes to alice, whose intake answers it.
-    makeRemote(*start, /*bobIsCaller=*/false);
-    ASSERT_TRUE(caller_ && caller_->pc);
-    std::promise<RTCSessionDescriptionPtr> offered;
-    caller_->pc->offerForConstraints(
-        nullptr, [&](RTCSessionDescriptionPtr sdp, QXDErrorPtr) { offered.set_value(sdp); });
-    auto offerFuture = offered.get_future();
-    ASSERT_EQ(offerFuture.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-    auto offer = offerFuture.get();
-    ASSERT_TRUE(offer);
-    caller_->pc->setLocalDescription(offer, nullptr);
-    tradeCandidates(callId);
-    bobSends(callId, "SGNL",
-             {{"type", "offer"}, {"sdp", QXVCUtils::compressString(offer->sdp(), nullptr)}});
-    EXPECT_TRUE(events_.waitFor("didReceiveAcceptCall"));
-    EXPECT_TRUE(bobInbox_->waitFor("answer"));
+    ASSERT_NO_FATAL_FAILURE(aliceCalls());
+    ASSERT_NO_FATAL_FAILURE(bobAccepts());
+    EXPECT_TRUE(heard("didReceiveAcceptCall"));
+    EXPECT_TRUE(bobGot("answer"));
+    EXPECT_TRUE(heard("didOpenCall"));
+    EXPECT_TRUE(settle([&] { return remoteView_->frameCount() >= 10; }));
+    EXPECT_TRUE(settle([&] { return caller_->remoteRenderer->frames() >= 5; }));
 
-    EXPECT_TRUE(events_.waitFor("didOpenCall"));
-    EXPECT_TRUE(caller_->waitFor(kWait, [&] { return remoteView_->frameCount() >= 10; }));
-    EXPECT_TRUE(caller_->waitFor(kWait, [&] { return caller_->remoteRenderer->frames() >= 5; }));
-
-    auto connection = call->peerConnection();
-    std::promise<QXDErrorPtr> ended;
-    call->endWithCompletionHandler([&](QXDErrorPtr error) { ended.set_value(error); });
-    auto endFuture = ended.get_future();
-    ASSERT_EQ(endFuture.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-    EXPECT_EQ(endFuture.get(), nullptr);
-    EXPECT_TRUE(bobInbox_->waitFor("end"));
-    EXPECT_TRUE(events_.waitFor("didSendEndCall"));
+    auto connection = call_->peerConnection();
+    Completion ended;
+    call_->endWithCompletionHandler(ended.handler());
+    ASSERT_TRUE(settle([&] { return ended.done(); }, 10));
+    EXPECT_TRUE(ended.succeeded());
+    EXPECT_TRUE(bobGot("end"));
+    EXPECT_TRUE(heard("didSendEndCall"));
     // The end travels back to alice through the service (ENCA from herself is
     // not delivered to her); her own end cleared the call.
-    EXPECT_TRUE(caller_->waitFor(10, [&] { return !QXVCMain::isCalling(); }));
-    expectTornDown(connection, callId);
+    EXPECT_TRUE(settle([&] { return !QXVCMain::isCalling(); }, 10));
+    expectTornDown(connection);
 }
 
 // A peer whose DTLS certificate is not the one its description names, on the
@@ -439,6 +460,7 @@ TEST_F(CallEngineIntegrationTest, OutgoingCallIsAnsweredThroughTheIntakeAndEnded
 class TamperedPeerTest : public CallEngineIntegrationTest {
   protected:
     void SetUp() override {
+        main_ = QXVCManualQueue::create("main");
         QXVCMainQueue::replaceForTesting(main_);
         CallEngineIntegrationTest::SetUp();
     }
@@ -453,115 +475,46 @@ class TamperedPeerTest : public CallEngineIntegrationTest {
         return options;
     }
 
-    /// Runs the main queue's due work until `done` holds; false after `seconds`.
-    bool pumpUntil(const std::function<bool()>& done, double seconds = kWait) {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-        for (;;) {
-            main_->runUntilIdle();
-            if (done()) {
-                return true;
-            }
-            if (std::chrono::steady_clock::now() > deadline) {
-                return false;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    }
-
-    void bobSendsDescription(const std::string& callId, const RTCSessionDescriptionPtr& sdp,
-                             const char* type) {
-        auto forged = GStreamerTamperedFingerprints(sdp->sdp());
-        ASSERT_NE(forged, sdp->sdp());
-        bobSends(callId, "SGNL",
-                 {{"type", type}, {"sdp", QXVCUtils::compressString(forged, nullptr)}});
-    }
-
     /// Alice refuses bob's certificate: her call drops without ever opening and
     /// stays quiet while bob's media still arrive; twenty seconds later her
     /// timers end it as a timeout and everything is let go.
-    void expectRefusedThenEndedByTimers(const QXVCCallPtr& call, const std::string& callId) {
-        EXPECT_TRUE(pumpUntil([&] { return call->state() == QXVCStateDropped; }));
-        auto connection = call->peerConnection();
+    void expectRefusedThenEndedByTimers() {
+        EXPECT_TRUE(settle([&] { return call_->state() == QXVCStateDropped; }));
+        auto connection = call_->peerConnection();
         ASSERT_TRUE(connection);
         EXPECT_EQ(connection->connectionState(), RTCPeerConnectionStateFailed);
         // Bob got through his own check and kept sending until he noticed.
-        EXPECT_TRUE(pumpUntil([&] {
+        EXPECT_TRUE(settle([&] {
             auto states = caller_->iceStates();
             return std::find(states.begin(), states.end(), RTCIceConnectionStateDisconnected) !=
                    states.end();
         }));
         EXPECT_FALSE(events_.has("didOpenCall"));
-        EXPECT_EQ(QXVCMain::getActiveCall(), call);
+        EXPECT_EQ(QXVCMain::getActiveCall(), call_);
 
         main_->advance(20);
-        EXPECT_TRUE(pumpUntil([&] { return events_.has("didSendEndCall"); }));
+        EXPECT_TRUE(heard("didSendEndCall"));
         // The end message's type is its end type.
-        auto end = std::dynamic_pointer_cast<QXVCEndCallMessage>(bobInbox_->waitFor("timeout"));
+        auto end = std::dynamic_pointer_cast<QXVCEndCallMessage>(bobGot("timeout"));
         ASSERT_TRUE(end);
         EXPECT_EQ(end->endType(), QXVCEndTypeTimeout);
-        EXPECT_EQ(call->endType(), QXVCEndTypeTimeout);
+        EXPECT_EQ(call_->endType(), QXVCEndTypeTimeout);
         EXPECT_FALSE(events_.has("didOpenCall"));
-        expectTornDown(connection, callId);
+        expectTornDown(connection);
     }
-
-    std::shared_ptr<QXVCManualQueue> main_ = QXVCManualQueue::create("main");
 };
 
 TEST_F(TamperedPeerTest, ForgedOfferFingerprintIsRefusedAndTheAnswerTimerEndsTheCall) {
-    auto app = makeApp();
-    bool started = false;
-    QXVCMain::startCallWithAudioOnly(false, optionsWithViews(),
-                                     [&](QXDErrorPtr error) { started = !error; });
-    ASSERT_TRUE(pumpUntil([&] { return started && events_.has("didSendStartCall"); }));
-    auto call = QXVCMain::getActiveCall();
-    ASSERT_TRUE(call);
-    call->viewIsReady();
-    auto start = std::dynamic_pointer_cast<QXVCStartCallMessage>(bobInbox_->waitFor("start"));
-    ASSERT_TRUE(start && start->callId());
-    const std::string callId = *start->callId();
-
-    makeRemote(*start, /*bobIsCaller=*/false);
-    ASSERT_TRUE(caller_ && caller_->pc);
-    std::promise<RTCSessionDescriptionPtr> offered;
-    caller_->pc->offerForConstraints(
-        nullptr, [&](RTCSessionDescriptionPtr sdp, QXDErrorPtr) { offered.set_value(sdp); });
-    auto offer = offered.get_future().get();
-    ASSERT_TRUE(offer);
-    caller_->pc->setLocalDescription(offer, nullptr);
-    tradeCandidates(callId);
-    bobSendsDescription(callId, offer, "offer");
-    EXPECT_TRUE(pumpUntil([&] { return bobInbox_->waitFor("answer", 0) != nullptr; }));
-    expectRefusedThenEndedByTimers(call, callId);
+    ASSERT_NO_FATAL_FAILURE(aliceCalls());
+    ASSERT_NO_FATAL_FAILURE(bobAccepts(/*forged=*/true));
+    EXPECT_TRUE(bobGot("answer"));
+    expectRefusedThenEndedByTimers();
 }
 
 TEST_F(TamperedPeerTest, ForgedAnswerFingerprintIsRefusedAndTheReconnectTimerEndsTheCall) {
-    auto app = makeApp();
-    auto start = bobStartsACall();
-    ASSERT_TRUE(start && start->callId());
-    const std::string callId = *start->callId();
-    ASSERT_TRUE(pumpUntil([&] { return events_.has("didReceiveStartCall"); }));
-    auto call = QXVCMain::getCallWithCallId(callId);
-    ASSERT_TRUE(call);
-    bool accepted = false;
-    call->viewIsReady();
-    call->acceptWithOptions(optionsWithViews(), [&](QXDErrorPtr error) { accepted = !error; });
-    ASSERT_TRUE(pumpUntil([&] { return accepted; }));
-
-    auto offer = std::dynamic_pointer_cast<QXVCSignalMessage>(bobInbox_->waitFor("offer"));
-    ASSERT_TRUE(offer);
-    makeRemote(*start, /*bobIsCaller=*/true);
-    ASSERT_TRUE(caller_ && caller_->pc);
-    caller_->pc->setRemoteDescription(
-        std::make_shared<const RTCSessionDescription>(RTCSdpTypeOffer, offer->sdp()), nullptr);
-    tradeCandidates(callId);
-    std::promise<RTCSessionDescriptionPtr> answered;
-    caller_->pc->answerForConstraints(
-        nullptr, [&](RTCSessionDescriptionPtr sdp, QXDErrorPtr) { answered.set_value(sdp); });
-    auto answer = answered.get_future().get();
-    ASSERT_TRUE(answer);
-    caller_->pc->setLocalDescription(answer, nullptr);
-    bobSendsDescription(callId, answer, "answer");
-    expectRefusedThenEndedByTimers(call, callId);
+    ASSERT_NO_FATAL_FAILURE(bobCallsAndAliceAccepts());
+    ASSERT_NO_FATAL_FAILURE(bobAnswers(/*forged=*/true));
+    expectRefusedThenEndedByTimers();
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <atomic>
 #include <future>
 #include <mutex>
-#include <set>
 
 #include "ChatServerHarness.h"
 #include "VelmorinService/ChatWireProtocol.h"
@@ -18,11 +17,6 @@ namespace {
 constexpr const char* kStart =
     R"(STCA{"type":"start","videochat_protocol_ver":1,"is_audio_call":false})";
 
-std::string endOf(const std::string& callId) {
-    return R"(ENCA{"type":"end","end_type":"end","videochat_protocol_ver":1,"call_id":")" + callId +
-           "\"}";
-}
-
 /// Sends `data` as `senderId` straight through the service.
 int64_t sendDirect(InProcessServer& server, const std::string& senderId, const std::string& data) {
     auto params = QXDUserMessageParams::initWithMessage("direct");
@@ -33,7 +27,7 @@ int64_t sendDirect(InProcessServer& server, const std::string& senderId, const s
 
 }  // namespace
 
-TEST(ChatServerClientTest, ConnectReportsBadTokenAndMissingServer) {
+TEST(ChatServerClientTest, RefusedDisconnectedOrServerlessClientFailsPromptlyAndStopsTrying) {
     InProcessServer server;
     auto intruder = makeClient(server.port(), "alice", "wrong");
     auto error = intruder->connect();
@@ -43,8 +37,23 @@ TEST(ChatServerClientTest, ConnectReportsBadTokenAndMissingServer) {
     EXPECT_FALSE(intruder->isConnected());
     EXPECT_EQ(intruder->getCurrentUser(), nullptr);
 
-    // A refused client does not keep trying behind the application's back.
+    // Neither a refused nor a disconnected client keeps trying behind the
+    // application's back; sends through a channel looked up before fail.
+    auto alice = makeClient(server.port(), "alice");
+    ASSERT_EQ(alice->connect(), nullptr);
+    auto [channel, lookupError] = lookUp(*alice, kChannel);
+    ASSERT_TRUE(channel);
+    alice->disconnect();
+    EXPECT_FALSE(alice->isConnected());
     EXPECT_TRUE(waitUntil([&] { return server.server->connectionCount() == 0; }));
+    auto [message, sendError] = sendThrough(channel, "late");
+    EXPECT_EQ(message, nullptr);
+    ASSERT_TRUE(sendError);
+    EXPECT_EQ(sendError->code(), QXDErrorConnectionRequired);
+    ASSERT_TRUE(alice->getCurrentUser());  // kept after disconnect
+    EXPECT_EQ(alice->getCurrentUser()->userId(), "alice");
+    ASSERT_EQ(alice->connect(), nullptr);  // and connect() works again
+    EXPECT_TRUE(alice->isConnected());
 
     const uint16_t closedPort = server.port();
     server.server->stop();
@@ -52,22 +61,22 @@ TEST(ChatServerClientTest, ConnectReportsBadTokenAndMissingServer) {
     error = nobody->connect();
     ASSERT_TRUE(error);
     EXPECT_EQ(error->code(), QXDErrorConnectionRequired);
-
-    // Sends and lookups fail promptly while not connected.
-    auto [channel, lookupError] = lookUp(*nobody, kChannel);
-    EXPECT_EQ(channel, nullptr);
-    ASSERT_TRUE(lookupError);
-    EXPECT_EQ(lookupError->code(), QXDErrorConnectionRequired);
+    auto [none, noneError] = lookUp(*nobody, kChannel);
+    EXPECT_EQ(none, nullptr);
+    ASSERT_TRUE(noneError);
+    EXPECT_EQ(noneError->code(), QXDErrorConnectionRequired);
     std::promise<QXDErrorPtr> sendResult;
     nobody->sendUserMessage(
         kChannel, QXDUserMessageParams::initWithMessage("x"),
-        [&](QXDUserMessagePtr, QXDErrorPtr sendError) { sendResult.set_value(sendError); });
-    auto sendError = sendResult.get_future().get();
-    ASSERT_TRUE(sendError);
-    EXPECT_EQ(sendError->code(), QXDErrorConnectionRequired);
+        [&](QXDUserMessagePtr, QXDErrorPtr failure) { sendResult.set_value(failure); });
+    auto failure = sendResult.get_future().get();
+    ASSERT_TRUE(failure);
+    EXPECT_EQ(failure->code(), QXDErrorConnectionRequired);
 }
 
-TEST(ChatServerClientTest, StartEchoAndRefusalKeepTheServiceData) {
+// What the service decides (call ids, credentials, when a start is under way)
+// is its unit tests' business; here: that it comes through the wire unchanged.
+TEST(ChatServerClientTest, StartEchoDeliveryAndRefusalComeThroughUnchanged) {
     InProcessServer server;
     auto alice = makeClient(server.port(), "alice");
     auto bob = makeClient(server.port(), "bob");
@@ -91,10 +100,7 @@ TEST(ChatServerClientTest, StartEchoAndRefusalKeepTheServiceData) {
     auto body = qxvc::json::parse(echo->data().substr(4));
     ASSERT_TRUE(body);
     const std::string callId = (*body)["call_id"].get<std::string>();
-    EXPECT_EQ(callId.size(), 36u);
     EXPECT_EQ((*body)["turn_server"], kTurnServer);
-    EXPECT_EQ((*body)["callee"]["user_id"], "bob");
-    EXPECT_FALSE((*body)["credentials"]["callee"]["password"].get<std::string>().empty());
 
     ASSERT_TRUE(bobHears->waitForCount(1));
     const auto heard = bobHears->messages()[0];
@@ -113,12 +119,6 @@ TEST(ChatServerClientTest, StartEchoAndRefusalKeepTheServiceData) {
     ASSERT_TRUE(refusal);
     EXPECT_EQ(refusal->code(), 900600);
     EXPECT_EQ(refusal->domain(), "QXDErrorDomain CALL_ID:" + callId);
-
-    // After the end, a new start is accepted again.
-    auto [end, endError] = sendThrough(channel, endOf(callId));
-    ASSERT_TRUE(end);
-    auto [again, againError] = sendThrough(bobChannel, kStart);
-    EXPECT_TRUE(again) << (againError ? againError->description() : "timeout");
 }
 
 TEST(ChatServerClientTest, DroppedConnectionCatchesUpOnEveryMissedMessageOnceButNotItsOwn) {
@@ -202,27 +202,6 @@ TEST(ChatServerClientTest, OfflineMemberCollectsPushPayloadsAtLoginWithoutReplay
     EXPECT_TRUE(bob->takePushPayloads().empty());
     std::lock_guard lock(mutex);
     EXPECT_EQ(handed, std::vector<int64_t>{secondAway});
-}
-
-TEST(ChatServerClientTest, DisconnectStopsReconnectingAndFailsSends) {
-    InProcessServer server;
-    auto alice = makeClient(server.port(), "alice");
-    ASSERT_EQ(alice->connect(), nullptr);
-    auto [channel, error] = lookUp(*alice, kChannel);
-    ASSERT_TRUE(channel);
-    alice->disconnect();
-    EXPECT_FALSE(alice->isConnected());
-    EXPECT_TRUE(waitUntil([&] { return server.server->connectionCount() == 0; }));
-    auto [message, sendError] = sendThrough(channel, "late");
-    EXPECT_EQ(message, nullptr);
-    ASSERT_TRUE(sendError);
-    EXPECT_EQ(sendError->code(), QXDErrorConnectionRequired);
-    ASSERT_TRUE(alice->getCurrentUser());  // kept after disconnect
-    EXPECT_EQ(alice->getCurrentUser()->userId(), "alice");
-
-    // connect() again works and delivers what comes next.
-    ASSERT_EQ(alice->connect(), nullptr);
-    EXPECT_TRUE(alice->isConnected());
 }
 
 TEST(ChatServerClientTest, AServerRestartedInMemoryIsFollowedFromItsNewIds) {

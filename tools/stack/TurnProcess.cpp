@@ -2,6 +2,8 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
 #include <openssl/rand.h>
 #include <poll.h>
 #include <signal.h>
@@ -9,6 +11,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <ctime>
+#include <fstream>
 
 namespace {
 
@@ -91,7 +95,7 @@ bool TurnProcess::start(std::string& error) {
                   "--denied-peer-ip=::-ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff",
                   "--allowed-peer-ip=127.0.0.0-127.255.255.255", "--fingerprint",
                   "--userdb=" + workDir_ + "/turndb", "--log-file=" + logPath(), "--simple-log",
-                  "--no-stdout-log"};
+                  "--no-stdout-log", "--verbose"};
     setup.logPath = workDir_ + "/turnserver.out";
     process_ = ChildProcess::start(std::move(setup), error);
     if (!process_) {
@@ -150,5 +154,34 @@ void TurnProcess::kill() {
     if (process_) {
         process_->signalGroup(SIGKILL);
         process_->waitExit(5);
+        process_.reset();
     }
+}
+
+int TurnProcess::countLogLines(const std::string& text) const {
+    std::ifstream in(logPath());
+    int count = 0;
+    for (std::string line; std::getline(in, line);) {
+        count += line.find(text) != std::string::npos ? 1 : 0;
+    }
+    return count;
+}
+
+TurnProcess::Credentials TurnProcess::credentialsForUser(const std::string& user,
+                                                         long lifetimeSeconds) const {
+    std::string username =
+        std::to_string(static_cast<long long>(std::time(nullptr)) + lifetimeSeconds) + ":" + user;
+    return {username, restPassword(secret_, username)};
+}
+
+std::string TurnProcess::restPassword(const std::string& secret, const std::string& username) {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    HMAC(EVP_sha1(), secret.data(), static_cast<int>(secret.size()),
+         reinterpret_cast<const unsigned char*>(username.data()), username.size(), digest, &length);
+    std::string out(4 * ((length + 2) / 3) + 1, '\0');
+    const int n = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(out.data()), digest,
+                                  static_cast<int>(length));
+    out.resize(static_cast<size_t>(n));
+    return out;
 }
