@@ -56,11 +56,9 @@ bool hasElements() {
     for (const char* name : {"webrtcbin", "vp8enc", "vp8dec", "opusenc", "opusdec", "rtpvp8pay",
                              "rtpvp8depay", "rtpopuspay", "rtpopusdepay", "appsrc", "appsink",
                              "videotestsrc", "audiotestsrc", "nicesrc", "dtlssrtpdec"}) {
-        GstElementFactory* factory = gst_element_factory_find(name);
-        if (!factory) {
+        if (!rtcgst::GstRef<GstElementFactory>(gst_element_factory_find(name))) {
             return false;
         }
-        gst_object_unref(factory);
     }
     return true;
 }
