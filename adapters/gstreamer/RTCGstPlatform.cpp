@@ -9,6 +9,7 @@
 #include "RTCGstCertificates.h"
 #include "RTCGstMedia.h"
 #include "RTCGstMediaSettings.h"
+#include "RTCGstMemory.h"
 #include "RTCGstPeerConnection.h"
 #include "RTCGstWarmUp.h"
 #include "Utils/QXVCSafeCall.h"
@@ -76,6 +77,7 @@ std::shared_ptr<RTCGstPlatform> RTCGstPlatform::create(Options options) {
         return nullptr;
     }
     RTCGstWarmUp::begin();
+    RTCGstMemory::configure();
     return std::make_shared<RTCGstPlatform>(options);
 }
 

@@ -10,6 +10,7 @@
 #include <algorithm>
 
 #include "RTCGstMedia.h"
+#include "RTCGstMemory.h"
 #include "RTCGstPeerConnectionImpl.h"
 #include "RTCGstPlatform.h"
 
@@ -47,7 +48,10 @@ struct Retiring {
         stop();
         refs.clear();
         agents.clear();
-        pipeline.reset();
+        if (pipeline) {
+            pipeline.reset();
+            RTCGstMemory::release();
+        }
     }
 };
 
