@@ -81,23 +81,18 @@ void Impl::startAudioIO() {
     }
 }
 
-GstElement* Impl::makeAudioSendBin(const std::string& rtpCaps) {
+rtcgst::GstRef<> Impl::makeAudioSendBin(const std::string& rtpCaps) {
     startAudioIO();
     const std::string description =
         std::string("appsrc name=mic is-live=true format=time caps=\"") + RTCGstAudioIO::kPcmCaps +
         "\" ! volume name=vol ! audioconvert ! opusenc name=enc bitrate=32000 frame-size=20 "
         "! rtpopuspay ! capsfilter name=caps caps=\"" +
         rtpCaps + "\"";
-    GError* error = nullptr;
-    GstElement* bin = gst_parse_bin_from_description(description.c_str(), TRUE, &error);
+    auto bin = parseBin(description, "Send branch could not be made: ");
     if (!bin) {
-        RTCLogEx(RTCLoggingSeverityError,
-                 std::string("Send branch could not be made: ") + (error ? error->message : "?"));
-        g_clear_error(&error);
         return nullptr;
     }
-    g_clear_error(&error);
-    rtcgst::Owned<GstElement> mic(gst_bin_get_by_name(GST_BIN(bin), "mic"));
+    rtcgst::Owned<GstElement> mic(gst_bin_get_by_name(GST_BIN(bin.get()), "mic"));
     g_object_set(mic.get(), "max-bytes", guint64(48000 * 2 / 5), nullptr);
     gst_util_set_object_arg(G_OBJECT(mic.get()), "leaky-type", "downstream");
     if (audioIO) {
@@ -126,13 +121,13 @@ struct Playback {
 };
 
 GstFlowReturn playSample(GstAppSink* appsink, gpointer data) {
-    GstSample* sample = gst_app_sink_pull_sample(appsink);
+    rtcgst::SampleRef sample(gst_app_sink_pull_sample(appsink));
     if (!sample) {
         return GST_FLOW_OK;
     }
     const auto& playback = *static_cast<Playback*>(data);
     if (auto io = playback.io.lock()) {
-        if (GstBuffer* buffer = gst_sample_get_buffer(sample)) {
+        if (GstBuffer* buffer = gst_sample_get_buffer(sample.get())) {
             io->play(gst_buffer_ref(buffer));
         }
         if (io.use_count() == 1) {
@@ -140,13 +135,12 @@ GstFlowReturn playSample(GstAppSink* appsink, gpointer data) {
             playback.queue->async([last = std::move(io)] {});
         }
     }
-    gst_sample_unref(sample);
     return GST_FLOW_OK;
 }
 
 }  // namespace
 
-GstElement* Impl::makeAudioReceiveBin() {
+rtcgst::GstRef<> Impl::makeAudioReceiveBin() {
     auto& settings = *pc.platform_->mediaSettings();
     const auto options = settings.options();
     std::weak_ptr<RTCGstAudioIO> io;
@@ -162,20 +156,16 @@ GstElement* Impl::makeAudioReceiveBin() {
         (options.recordAudioPath.empty()
              ? ""
              : " tee. ! queue ! appsink name=record sync=false async=false");
-    GError* error = nullptr;
-    GstElement* bin = gst_parse_bin_from_description(description.c_str(), TRUE, &error);
+    auto bin = parseBin(description, "Receive branch could not be made: ");
     if (!bin) {
-        RTCLogEx(RTCLoggingSeverityError, std::string("Receive branch could not be made: ") +
-                                              (error ? error->message : "?"));
-        g_clear_error(&error);
         return nullptr;
     }
-    g_clear_error(&error);
-    rtcgst::Owned<GstElement> tee(gst_bin_get_by_name(GST_BIN(bin), "tee"));
+    GstBin* parts = GST_BIN(bin.get());
+    rtcgst::Owned<GstElement> tee(gst_bin_get_by_name(parts, "tee"));
     rtcgst::Owned<GstPad> teeSink(gst_element_get_static_pad(tee.get(), "sink"));
     countPackets(teeSink.get(), counters, &RTCGstCounters::audioBuffers, false);
 
-    rtcgst::Owned<GstElement> play(gst_bin_get_by_name(GST_BIN(bin), "play"));
+    rtcgst::Owned<GstElement> play(gst_bin_get_by_name(parts, "play"));
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = playSample;
     auto playback = std::make_unique<Playback>();
@@ -184,7 +174,7 @@ GstElement* Impl::makeAudioReceiveBin() {
     gst_app_sink_set_callbacks(GST_APP_SINK(play.get()), &callbacks,
                                rtcgst::giveToC(std::move(playback)),
                                rtcgst::destroyFromC<Playback>);
-    if (rtcgst::Owned<GstElement> record{gst_bin_get_by_name(GST_BIN(bin), "record")}) {
+    if (rtcgst::Owned<GstElement> record{gst_bin_get_by_name(parts, "record")}) {
         std::string recordError;
         if (!RTCGstRecordAudio(record.get(), options.recordAudioPath, recordError)) {
             settings.warn("The received audio cannot be written to " + options.recordAudioPath +

@@ -54,21 +54,31 @@ struct StartData {
 
 }  // namespace
 
+rtcgst::GstRef<> Impl::parseBin(const std::string& description, const char* failure) {
+    GError* parsed = nullptr;
+    auto bin = rtcgst::sink(gst_parse_bin_from_description(description.c_str(), TRUE, &parsed));
+    rtcgst::ErrorRef error(parsed);
+    if (!bin) {
+        RTCLogEx(RTCLoggingSeverityError, failure + std::string(error ? error->message : "?"));
+    }
+    return bin;
+}
+
 void Impl::buildBranch(RTCGstBranch& branch, int mline, int pt) {
     branch.built = true;
     branch.mline = mline;
     const bool video = branch.transceiver->mediaType() == RTCRtpMediaTypeVideo;
     auto track = branch.transceiver->gstSender()->track();
-    GstCaps* caps = gst_caps_from_string(rtpCaps(video, pt).c_str());
+    rtcgst::CapsRef caps(gst_caps_from_string(rtpCaps(video, pt).c_str()));
     if (!track) {
         GstWebRTCRTPTransceiver* transceiver = nullptr;
-        g_signal_emit_by_name(webrtc, "add-transceiver",
-                              gstDirection(branch.transceiver->direction()), caps, &transceiver);
-        branch.gstTransceiver = transceiver ? GST_OBJECT(transceiver) : nullptr;
-        gst_caps_unref(caps);
+        g_signal_emit_by_name(webrtc.get(), "add-transceiver",
+                              gstDirection(branch.transceiver->direction()), caps.get(),
+                              &transceiver);
+        branch.gstTransceiver.reset(GST_OBJECT(transceiver));
         return;
     }
-    GstElement* bin = nullptr;
+    rtcgst::GstRef<> bin;
     if (video) {
         const auto& options = pc.platform_->options();
         std::string description =
@@ -80,51 +90,41 @@ void Impl::buildBranch(RTCGstBranch& branch, int mline, int pt) {
             "keyframe-max-dist=90 threads=1 target-bitrate=" +
             std::to_string(options.defaultVideoBitrateBps) +
             " ! rtpvp8pay picture-id-mode=15-bit mtu=1200 ! capsfilter name=caps";
-        GError* error = nullptr;
-        bin = gst_parse_bin_from_description(description.c_str(), TRUE, &error);
-        if (!bin) {
-            RTCLogEx(RTCLoggingSeverityError, std::string("Send branch could not be made: ") +
-                                                  (error ? error->message : "?"));
-        }
-        g_clear_error(&error);
+        bin = parseBin(description, "Send branch could not be made: ");
     } else {
         bin = makeAudioSendBin(rtpCaps(false, pt));
     }
     if (!bin) {
-        gst_caps_unref(caps);
         return;
     }
-    GstElement* capsfilter = gst_bin_get_by_name(GST_BIN(bin), "caps");
-    g_object_set(capsfilter, "caps", caps, nullptr);
-    gst_object_unref(capsfilter);
-    branch.encoder = gst_bin_get_by_name(GST_BIN(bin), "enc");
-    branch.volume = video ? nullptr : gst_bin_get_by_name(GST_BIN(bin), "vol");
-    gst_bin_add(GST_BIN(pipeline.get()), bin);
+    GstBin* parts = GST_BIN(bin.get());
+    rtcgst::GstRef<> capsfilter(gst_bin_get_by_name(parts, "caps"));
+    g_object_set(capsfilter.get(), "caps", caps.get(), nullptr);
+    branch.encoder.reset(gst_bin_get_by_name(parts, "enc"));
+    if (!video) {
+        branch.volume.reset(gst_bin_get_by_name(parts, "vol"));
+    }
+    gst_bin_add(GST_BIN(pipeline.get()), bin.get());
     std::string padName = "sink_" + std::to_string(mline);
-    GstPad* sinkPad = gst_element_request_pad_simple(webrtc, padName.c_str());
-    GstPad* srcPad = gst_element_get_static_pad(bin, "src");
-    if (!sinkPad || gst_pad_link(srcPad, sinkPad) != GST_PAD_LINK_OK) {
+    rtcgst::GstRef<GstPad> sinkPad(gst_element_request_pad_simple(webrtc.get(), padName.c_str()));
+    rtcgst::GstRef<GstPad> srcPad(gst_element_get_static_pad(bin.get(), "src"));
+    if (!sinkPad || gst_pad_link(srcPad.get(), sinkPad.get()) != GST_PAD_LINK_OK) {
         RTCLogEx(RTCLoggingSeverityError, "Send branch could not be linked to " + padName);
     }
-    if (sinkPad) {
-        if (g_object_class_find_property(G_OBJECT_GET_CLASS(sinkPad), "transceiver")) {
-            GstWebRTCRTPTransceiver* transceiver = nullptr;
-            g_object_get(sinkPad, "transceiver", &transceiver, nullptr);
-            branch.gstTransceiver = transceiver ? GST_OBJECT(transceiver) : nullptr;
-        }
-        gst_object_unref(sinkPad);
+    if (sinkPad && g_object_class_find_property(G_OBJECT_GET_CLASS(sinkPad.get()), "transceiver")) {
+        GstWebRTCRTPTransceiver* transceiver = nullptr;
+        g_object_get(sinkPad.get(), "transceiver", &transceiver, nullptr);
+        branch.gstTransceiver.reset(GST_OBJECT(transceiver));
     }
-    gst_object_unref(srcPad);
     if (branch.gstTransceiver) {
-        g_object_set(branch.gstTransceiver, "codec-preferences", caps, "direction",
+        g_object_set(branch.gstTransceiver.get(), "codec-preferences", caps.get(), "direction",
                      gstDirection(branch.transceiver->direction()), nullptr);
     }
-    gst_caps_unref(caps);
-    gst_element_sync_state_with_parent(bin);
+    gst_element_sync_state_with_parent(bin.get());
 
     if (video) {
-        GstElement* appsrc = gst_bin_get_by_name(GST_BIN(bin), "src");
-        branch.appsrc = std::make_shared<RTCGstAppSrc>(appsrc);
+        branch.appsrc =
+            std::make_shared<RTCGstAppSrc>(rtcgst::GstRef<>(gst_bin_get_by_name(parts, "src")));
         auto holder = branch.appsrc;
         auto sent = counters;
         auto videoTrack = std::dynamic_pointer_cast<RTCGstVideoTrack>(track);
@@ -133,15 +133,14 @@ void Impl::buildBranch(RTCGstBranch& branch, int mline, int pt) {
             if (frame->width() != holder->width || frame->height() != holder->height) {
                 holder->width = frame->width();
                 holder->height = frame->height();
-                GstCaps* raw = gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420",
-                                                   "width", G_TYPE_INT, holder->width, "height",
-                                                   G_TYPE_INT, holder->height, "framerate",
-                                                   GST_TYPE_FRACTION, 30, 1, nullptr);
-                gst_app_src_set_caps(GST_APP_SRC(holder->element), raw);
-                gst_caps_unref(raw);
+                rtcgst::CapsRef raw(gst_caps_new_simple(
+                    "video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT,
+                    holder->width, "height", G_TYPE_INT, holder->height, "framerate",
+                    GST_TYPE_FRACTION, 30, 1, nullptr));
+                gst_app_src_set_caps(GST_APP_SRC(holder->element.get()), raw.get());
             }
-            if (gst_app_src_push_buffer(GST_APP_SRC(holder->element),
-                                        rtcgst::bufferFromFrame(*frame)) == GST_FLOW_OK) {
+            if (gst_app_src_push_buffer(GST_APP_SRC(holder->element.get()),
+                                        rtcgst::bufferFromFrame(frame)) == GST_FLOW_OK) {
                 sent->videoSent.fetch_add(1);
             }
         });
@@ -177,10 +176,10 @@ void Impl::applyBitrate(RTCGstBranch& branch) {
     auto cap = branch.transceiver->gstSender()->maxBitrateBps().value_or(INT_MAX);
     if (branch.transceiver->mediaType() == RTCRtpMediaTypeVideo) {
         int target = std::min(cap, pc.platform_->options().defaultVideoBitrateBps);
-        g_object_set(branch.encoder, "target-bitrate", target, nullptr);
+        g_object_set(branch.encoder.get(), "target-bitrate", target, nullptr);
         bitrate.store(target);
     } else {
-        g_object_set(branch.encoder, "bitrate",
+        g_object_set(branch.encoder.get(), "bitrate",
                      std::clamp(std::min(cap, kOpusBitrate), 4000, kOpusBitrate), nullptr);
     }
 }
@@ -239,7 +238,7 @@ void Impl::syncDirections() {
     std::lock_guard lock(mutex);
     for (auto& branch : branches) {
         if (branch.gstTransceiver) {
-            g_object_set(branch.gstTransceiver, "direction",
+            g_object_set(branch.gstTransceiver.get(), "direction",
                          gstDirection(branch.transceiver->direction()), nullptr);
         }
     }
@@ -260,7 +259,7 @@ void Impl::updateAudioMuteLocked() {
             std::dynamic_pointer_cast<RTCGstAudioTrack>(branch.transceiver->gstSender()->track());
         bool mute = !track || !track->isEnabled() || !active;
         double volume = track && track->source() ? track->source()->volume() : 1.0;
-        g_object_set(branch.volume, "mute", mute, "volume", volume, nullptr);
+        g_object_set(branch.volume.get(), "mute", mute, "volume", volume, nullptr);
         audioMuted.store(mute);
     }
 }
@@ -269,10 +268,10 @@ void Impl::forceKeyFrames() {
     std::lock_guard lock(mutex);
     for (auto& branch : branches) {
         if (branch.encoder && branch.transceiver->mediaType() == RTCRtpMediaTypeVideo) {
-            if (GstPad* src = gst_element_get_static_pad(branch.encoder, "src")) {
-                gst_pad_send_event(
-                    src, gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
-                gst_object_unref(src);
+            if (rtcgst::GstRef<GstPad> src{
+                    gst_element_get_static_pad(branch.encoder.get(), "src")}) {
+                gst_pad_send_event(src.get(), gst_video_event_new_upstream_force_key_unit(
+                                                  GST_CLOCK_TIME_NONE, TRUE, 0));
             }
         }
     }
@@ -306,30 +305,27 @@ void Impl::onPadAdded(GstPad* pad) {
     if (!pipe || !ref->live) {
         return;
     }
-    GstCaps* caps = gst_pad_get_current_caps(pad);
+    rtcgst::CapsRef caps(gst_pad_get_current_caps(pad));
     if (!caps) {
-        caps = gst_pad_query_caps(pad, nullptr);
+        caps.reset(gst_pad_query_caps(pad, nullptr));
     }
     std::string media;
-    if (caps && gst_caps_get_size(caps) > 0) {
-        const char* value = gst_structure_get_string(gst_caps_get_structure(caps, 0), "media");
+    if (caps && gst_caps_get_size(caps.get()) > 0) {
+        const char* value =
+            gst_structure_get_string(gst_caps_get_structure(caps.get(), 0), "media");
         media = value ? value : "";
-    }
-    if (caps) {
-        gst_caps_unref(caps);
     }
     if (media != "audio" && media != "video") {
         return;
     }
     int mline = -1;
     if (g_object_class_find_property(G_OBJECT_GET_CLASS(pad), "transceiver")) {
-        GstWebRTCRTPTransceiver* transceiver = nullptr;
-        g_object_get(pad, "transceiver", &transceiver, nullptr);
-        if (transceiver) {
+        GstWebRTCRTPTransceiver* found = nullptr;
+        g_object_get(pad, "transceiver", &found, nullptr);
+        if (rtcgst::GstRef<GstWebRTCRTPTransceiver> held{found}) {
             guint index = 0;
-            g_object_get(transceiver, "mlineindex", &index, nullptr);
+            g_object_get(held.get(), "mlineindex", &index, nullptr);
             mline = static_cast<int>(index);
-            gst_object_unref(transceiver);
         }
     }
     std::shared_ptr<RTCGstRtpTransceiver> transceiver;
@@ -354,44 +350,38 @@ void Impl::onPadAdded(GstPad* pad) {
     if (!transceiver) {
         return;
     }
-    GstElement* bin = nullptr;
+    rtcgst::GstRef<> bin;
     if (media == "video") {
-        GError* error = nullptr;
-        bin = gst_parse_bin_from_description(
+        bin = parseBin(
             "queue max-size-buffers=0 max-size-bytes=0 max-size-time=500000000 "
             "! rtpvp8depay request-keyframe=true wait-for-keyframe=true ! vp8dec ! videoconvert "
             "! video/x-raw,format=I420 ! appsink name=sink sync=false max-buffers=2 drop=true",
-            TRUE, &error);
+            "Receive branch could not be made: ");
         if (!bin) {
-            RTCLogEx(RTCLoggingSeverityError, std::string("Receive branch could not be made: ") +
-                                                  (error ? error->message : "?"));
-            g_clear_error(&error);
             return;
         }
-        g_clear_error(&error);
-        GstElement* sink = gst_bin_get_by_name(GST_BIN(bin), "sink");
-        auto* data = new VideoSinkData{
+        rtcgst::GstRef<> sink(gst_bin_get_by_name(GST_BIN(bin.get()), "sink"));
+        auto data = std::make_unique<VideoSinkData>(
             std::dynamic_pointer_cast<RTCGstVideoTrack>(transceiver->receiver()->track()),
-            counters};
+            counters);
         GstAppSinkCallbacks callbacks{};
         callbacks.new_sample = [](GstAppSink* appsink, gpointer user) -> GstFlowReturn {
-            GstSample* sample = gst_app_sink_pull_sample(appsink);
+            rtcgst::SampleRef sample(gst_app_sink_pull_sample(appsink));
             if (!sample) {
                 return GST_FLOW_OK;
             }
             auto* d = static_cast<VideoSinkData*>(user);
-            if (auto frame = rtcgst::frameFromSample(sample)) {
+            if (auto frame = rtcgst::frameFromSample(sample.get())) {
                 d->counters->videoFrames.fetch_add(1);
                 if (d->track) {
                     d->track->deliver(frame);
                 }
             }
-            gst_sample_unref(sample);
             return GST_FLOW_OK;
         };
-        gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, data,
-                                   [](gpointer user) { delete static_cast<VideoSinkData*>(user); });
-        gst_object_unref(sink);
+        gst_app_sink_set_callbacks(GST_APP_SINK(sink.get()), &callbacks,
+                                   rtcgst::giveToC(std::move(data)),
+                                   rtcgst::destroyFromC<VideoSinkData>);
     } else {
         bin = makeAudioReceiveBin();
     }
@@ -411,13 +401,15 @@ void Impl::onPadAdded(GstPad* pad) {
             });
             return GST_PAD_PROBE_REMOVE;
         },
-        new StartData{ref, transceiver},
-        [](gpointer user) { delete static_cast<StartData*>(user); });
-    gst_bin_add(GST_BIN(pipe.get()), bin);
-    gst_element_sync_state_with_parent(bin);
-    GstPad* binSink = gst_element_get_static_pad(bin, "sink");
-    if (gst_pad_link(pad, binSink) != GST_PAD_LINK_OK) {
+        rtcgst::giveToC(std::make_unique<StartData>(ref, transceiver)),
+        rtcgst::destroyFromC<StartData>);
+    if (!bin) {
+        return;
+    }
+    gst_bin_add(GST_BIN(pipe.get()), bin.get());
+    gst_element_sync_state_with_parent(bin.get());
+    rtcgst::GstRef<GstPad> binSink(gst_element_get_static_pad(bin.get(), "sink"));
+    if (gst_pad_link(pad, binSink.get()) != GST_PAD_LINK_OK) {
         RTCLogEx(RTCLoggingSeverityError, "Receive branch could not be linked for " + media);
     }
-    gst_object_unref(binSink);
 }

@@ -15,11 +15,11 @@ GstBusSyncReply Impl::onBusMessage(GstBus*, GstMessage* message, gpointer data) 
             Impl::post(ref, [](RTCGstPeerConnection& pc) { pc.impl_->recalculateLatency(); });
             break;
         case GST_MESSAGE_ERROR: {
-            GError* error = nullptr;
-            gst_message_parse_error(message, &error, nullptr);
+            GError* parsed = nullptr;
+            gst_message_parse_error(message, &parsed, nullptr);
+            rtcgst::ErrorRef error(parsed);
             std::string text = std::string(GST_OBJECT_NAME(GST_MESSAGE_SRC(message))) + ": " +
                                (error ? error->message : "unknown error");
-            g_clear_error(&error);
             Impl::post(ref, [text](RTCGstPeerConnection& pc) {
                 pc.platform_->mediaSettings()->warn("A media element of the call failed: " + text);
             });
@@ -33,12 +33,9 @@ GstBusSyncReply Impl::onBusMessage(GstBus*, GstMessage* message, gpointer data) 
 
 void Impl::watchBus() {
     rtcgst::Owned<GstBus> bus(gst_element_get_bus(pipeline.get()));
-    gst_bus_set_sync_handler(bus.get(), onBusMessage, new RTCGstHandlerData(ref),
-                             [](gpointer data) {
-                                 auto* held = static_cast<RTCGstHandlerData*>(data);
-                                 (void)held->ref();  // ordered after its making
-                                 delete held;
-                             });
+    gst_bus_set_sync_handler(bus.get(), onBusMessage,
+                             rtcgst::giveToC(std::make_unique<RTCGstHandlerData>(ref)),
+                             rtcgst::destroyFromC<RTCGstHandlerData>);
 }
 
 void Impl::recalculateLatency() {

@@ -88,17 +88,22 @@ std::optional<RTCFrameRateRange> frameRates(const GstStructure* s) {
     return range;
 }
 
+/// A list of devices, one reference each.
+struct DeviceListReleaser {
+    void operator()(GList* list) const { g_list_free_full(list, gst_object_unref); }
+};
+
 std::vector<RTCCaptureDevicePtr> v4l2Devices() {
     std::vector<RTCCaptureDevicePtr> devices;
     rtcgst::Owned<GstDeviceMonitor> monitor(gst_device_monitor_new());
     gst_device_monitor_add_filter(monitor.get(), "Video/Source", nullptr);
-    GList* list = gst_device_monitor_get_devices(monitor.get());
-    for (GList* item = list; item; item = item->next) {
+    std::unique_ptr<GList, DeviceListReleaser> list(gst_device_monitor_get_devices(monitor.get()));
+    for (GList* item = list.get(); item; item = item->next) {
         auto* device = GST_DEVICE(item->data);
-        GstStructure* props = gst_device_get_properties(device);
-        const char* path = props ? gst_structure_get_string(props, "device.path") : nullptr;
+        rtcgst::StructureRef props(gst_device_get_properties(device));
+        const char* path = props ? gst_structure_get_string(props.get(), "device.path") : nullptr;
         if (!path && props) {
-            path = gst_structure_get_string(props, "api.v4l2.path");
+            path = gst_structure_get_string(props.get(), "api.v4l2.path");
         }
         if (path) {
             rtcgst::OwnedCaps caps(gst_device_get_caps(device));
@@ -110,11 +115,7 @@ std::vector<RTCCaptureDevicePtr> v4l2Devices() {
                     AVCaptureDevicePositionUnspecified, std::move(formats)));
             }
         }
-        if (props) {
-            gst_structure_free(props);
-        }
     }
-    g_list_free_full(list, gst_object_unref);
     return devices;
 }
 

@@ -106,21 +106,18 @@ CaptureSource sourceFor(const RTCCaptureDevice& device, const RTCCaptureDeviceFo
     return source;
 }
 
-GstElement* makePipeline(const CaptureSource& source, std::string& error) {
+rtcgst::Owned<> makePipeline(const CaptureSource& source, std::string& error) {
     for (const auto* description : {&source.description, &source.fallback}) {
         if (description->empty()) {
             continue;
         }
-        GError* gerror = nullptr;
-        GstElement* pipeline = gst_parse_launch(description->c_str(), &gerror);
+        GError* parsed = nullptr;
+        auto pipeline = rtcgst::sink(gst_parse_launch(description->c_str(), &parsed));
+        rtcgst::ErrorRef gerror(parsed);
         if (pipeline && !gerror) {
             return pipeline;
         }
         error = gerror ? gerror->message : "the pipeline cannot be made";
-        g_clear_error(&gerror);
-        if (pipeline) {
-            gst_object_unref(gst_object_ref_sink(pipeline));
-        }
     }
     return nullptr;
 }
@@ -151,10 +148,10 @@ GstBusSyncReply onBusMessage(GstBus*, GstMessage* message, gpointer data) {
         context.queue->async(
             [rewind = context.rewind, pipeline = context.pipeline] { rewind(pipeline); });
     } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) {
-        GError* error = nullptr;
-        gst_message_parse_error(message, &error, nullptr);
+        GError* parsed = nullptr;
+        gst_message_parse_error(message, &parsed, nullptr);
+        rtcgst::ErrorRef error(parsed);
         std::string text = error ? error->message : "unknown error";
-        g_clear_error(&error);
         context.queue->async([report = context.report, pipeline = context.pipeline, text] {
             report(pipeline, text);
         });
@@ -204,7 +201,7 @@ void RTCGstCameraVideoCapturer::startCaptureWithDevice(const RTCCaptureDevicePtr
         return;
     }
     std::string error;
-    auto pipeline = rtcgst::sink(makePipeline(source, error));
+    auto pipeline = makePipeline(source, error);
     if (!pipeline) {
         fail(error);
         return;
@@ -234,20 +231,20 @@ void RTCGstCameraVideoCapturer::startCaptureWithDevice(const RTCCaptureDevicePtr
     rtcgst::Owned<GstElement> appsink(gst_bin_get_by_name(GST_BIN(pipeline.get()), "sink"));
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = [](GstAppSink* s, gpointer data) -> GstFlowReturn {
-        GstSample* sample = gst_app_sink_pull_sample(s);
+        rtcgst::SampleRef sample(gst_app_sink_pull_sample(s));
         if (!sample) {
             return GST_FLOW_OK;
         }
         const auto& context = *static_cast<Sink*>(data);
         auto frame = rtcgst::frameFromSample(
-            sample,
+            sample.get(),
             context.tag.empty()
                 ? nullptr
                 : std::function<void(uint8_t*, int, int)>([&](uint8_t* i420, int width,
                                                               int height) {
                       RTCGstDrawFrameTag(i420, width, height, {RTCGstWallClockMs(), context.tag});
                   }));
-        gst_sample_unref(sample);
+        sample.reset();
         if (auto capturer = context.capturer.lock(); capturer && frame) {
             capturer->onFrame(frame);
             if (capturer.use_count() == 1) {

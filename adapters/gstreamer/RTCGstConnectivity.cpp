@@ -147,10 +147,9 @@ void Impl::onDtlsState(GstElement* decoder, bool connected, bool failedState) {
     if (!connected || dtlsConnected) {
         return;
     }
-    gchar* peerPem = nullptr;
-    g_object_get(decoder, "peer-pem", &peerPem, nullptr);
-    std::string pem = peerPem ? peerPem : "";
-    g_free(peerPem);
+    rtcgst::GChars peerPem;
+    g_object_get(decoder, "peer-pem", peerPem.out(), nullptr);
+    std::string pem = peerPem.str();
     bool matches = false;
     for (const auto& expected : remoteFingerprints) {
         auto actual = RTCGstCertificates::fingerprintOfPem(pem, expected.algorithm);

@@ -30,6 +30,9 @@ using CapsRef = std::unique_ptr<GstCaps, Releaser<gst_caps_unref>>;
 using StructureRef = std::unique_ptr<GstStructure, Releaser<gst_structure_free>>;
 using ErrorRef = std::unique_ptr<GError, Releaser<g_error_free>>;
 using TextRef = std::unique_ptr<gchar, Releaser<g_free>>;
+using PromiseRef = std::unique_ptr<GstPromise, Releaser<gst_promise_unref>>;
+using SampleRef = std::unique_ptr<GstSample, Releaser<gst_sample_unref>>;
+using IteratorRef = std::unique_ptr<GstIterator, Releaser<gst_iterator_free>>;
 
 /// The same, by the names the media devices use.
 template <typename T = GstElement>
@@ -85,6 +88,12 @@ gpointer giveToC(std::unique_ptr<T> context) {
 template <typename T>
 void destroyFromC(gpointer context) {
     std::unique_ptr<T> owned(static_cast<T*>(context));
+}
+
+/// The same for a signal handler's data (g_signal_connect_data).
+template <typename T>
+void destroyClosureData(gpointer context, GClosure*) {
+    destroyFromC<T>(context);
 }
 
 }  // namespace rtcgst

@@ -55,42 +55,51 @@ struct PromiseContext {
     std::shared_ptr<QXVCSerialQueue> queue;
     std::function<void(GstStructure* reply, QXDErrorPtr error)> handle;  // signalling queue
     std::atomic<bool> answered{false};
+
+    ~PromiseContext() {
+        if (!answered) {
+            queue->async([handle = std::move(handle)] {
+                handle(nullptr, rtcError("The connection was closed."));
+            });
+        }
+    }
 };
 
 void promiseChanged(GstPromise* promise, gpointer data) {
     auto* context = static_cast<PromiseContext*>(data);
     context->answered = true;
     QXDErrorPtr error;
-    GstStructure* reply = nullptr;
+    std::shared_ptr<GstStructure> reply;
     if (gst_promise_wait(promise) != GST_PROMISE_RESULT_REPLIED) {
         error = rtcError("The operation was interrupted.");
     } else if (const GstStructure* s = gst_promise_get_reply(promise)) {
-        reply = gst_structure_copy(s);
+        reply.reset(gst_structure_copy(s), gst_structure_free);
         GError* gerror = nullptr;
-        if (gst_structure_has_field(reply, "error") &&
-            gst_structure_get(reply, "error", G_TYPE_ERROR, &gerror, nullptr) && gerror) {
+        if (gst_structure_has_field(reply.get(), "error") &&
+            gst_structure_get(reply.get(), "error", G_TYPE_ERROR, &gerror, nullptr) && gerror) {
+            rtcgst::ErrorRef held(gerror);
             error = rtcError(gerror->message);
-            g_error_free(gerror);
         }
     }
-    auto handle = context->handle;
-    context->queue->async([handle, reply, error] {
-        handle(reply, error);
-        if (reply) {
-            gst_structure_free(reply);
-        }
-    });
+    context->queue->async([handle = context->handle, reply, error] { handle(reply.get(), error); });
 }
 
-void promiseDestroyed(gpointer data) {
-    auto* context = static_cast<PromiseContext*>(data);
-    if (!context->answered) {
-        auto handle = context->handle;
-        context->queue->async(
-            [handle] { handle(nullptr, rtcError("The connection was closed.")); });
-    }
-    delete context;
+/// Emits `signal` on webrtcbin with `argument` and a promise whose reply goes to
+/// `handle` on `queue`.
+void emitWithPromise(GstElement* webrtc, const char* signal, gpointer argument,
+                     const std::shared_ptr<QXVCSerialQueue>& queue,
+                     std::function<void(GstStructure* reply, QXDErrorPtr error)> handle) {
+    auto context = std::make_unique<PromiseContext>();
+    context->queue = queue;
+    context->handle = std::move(handle);
+    rtcgst::PromiseRef promise(gst_promise_new_with_change_func(
+        promiseChanged, rtcgst::giveToC(std::move(context)), rtcgst::destroyFromC<PromiseContext>));
+    g_signal_emit_by_name(webrtc, signal, argument, promise.get());
 }
+
+using SessionDescriptionRef =
+    std::unique_ptr<GstWebRTCSessionDescription,
+                    rtcgst::Releaser<gst_webrtc_session_description_free>>;
 
 }  // namespace
 
@@ -165,15 +174,15 @@ void createDescription(RTCGstPeerConnection::Impl& impl,
                        std::shared_ptr<RTCGstPeerConnection> self,
                        std::function<void(RTCSessionDescriptionPtr, QXDErrorPtr)> finish) {
     const bool offer = type == RTCSdpTypeOffer;
-    auto* context = new PromiseContext{queue, nullptr};
-    context->handle = [&impl, self = std::move(self), finish = std::move(finish), type, offer](
-                          GstStructure* reply, QXDErrorPtr error) {
-        GstWebRTCSessionDescription* desc = nullptr;
+    auto handle = [&impl, self = std::move(self), finish = std::move(finish), type, offer](
+                      GstStructure* reply, QXDErrorPtr error) {
+        GstWebRTCSessionDescription* made = nullptr;
         if (!error &&
             (!reply || !gst_structure_get(reply, offer ? "offer" : "answer",
-                                          GST_TYPE_WEBRTC_SESSION_DESCRIPTION, &desc, nullptr))) {
+                                          GST_TYPE_WEBRTC_SESSION_DESCRIPTION, &made, nullptr))) {
             error = rtcError(offer ? "No offer was created." : "No answer was created.");
         }
+        SessionDescriptionRef desc(made);
         RTCSessionDescriptionPtr sdp;
         if (desc) {
             rtcgst::replaceFingerprints(desc->sdp, impl.localFingerprint);
@@ -181,14 +190,11 @@ void createDescription(RTCGstPeerConnection::Impl& impl,
                 rtcgst::filterCandidates(desc->sdp);
             }
             sdp = std::make_shared<RTCSessionDescription>(type, rtcgst::sdpText(desc->sdp));
-            gst_webrtc_session_description_free(desc);
         }
         finish(sdp, error);
     };
-    GstPromise* promise =
-        gst_promise_new_with_change_func(promiseChanged, context, promiseDestroyed);
-    g_signal_emit_by_name(impl.webrtc, offer ? "create-offer" : "create-answer", nullptr, promise);
-    gst_promise_unref(promise);
+    emitWithPromise(impl.webrtc.get(), offer ? "create-offer" : "create-answer", nullptr, queue,
+                    std::move(handle));
 }
 
 }  // namespace
@@ -278,8 +284,9 @@ rtcgst::SdpRef readSdp(const RTCSessionDescriptionPtr& sdp) {
 }
 
 /// webrtcbin's form of the description; takes `message`.
-GstWebRTCSessionDescription* toGst(RTCSdpType type, rtcgst::SdpRef message) {
-    return gst_webrtc_session_description_new(gstSdpType(type), message.release());
+SessionDescriptionRef toGst(RTCSdpType type, rtcgst::SdpRef message) {
+    return SessionDescriptionRef(
+        gst_webrtc_session_description_new(gstSdpType(type), message.release()));
 }
 
 }  // namespace
@@ -306,9 +313,8 @@ void RTCGstPeerConnection::setLocalDescription(
         for (const auto& line : rtcgst::mediaLines(message.get())) {
             mids.push_back(line.mid);
         }
-        GstWebRTCSessionDescription* desc = toGst(sdp->type(), std::move(message));
-        auto* context = new PromiseContext{queue_, nullptr};
-        context->handle = [this, self, sdp, mids, finish](GstStructure*, QXDErrorPtr error) {
+        auto desc = toGst(sdp->type(), std::move(message));
+        auto handle = [this, self, sdp, mids, finish](GstStructure*, QXDErrorPtr error) {
             if (!error && !closed_ && impl_->webrtc) {
                 {
                     std::lock_guard lock(impl_->mutex);
@@ -316,18 +322,15 @@ void RTCGstPeerConnection::setLocalDescription(
                 }
                 impl_->localMids = mids;
                 int state = 0;
-                g_object_get(impl_->webrtc, "signaling-state", &state, nullptr);
+                g_object_get(impl_->webrtc.get(), "signaling-state", &state, nullptr);
                 impl_->reportSignaling(signalingFromGst(state));
                 impl_->updateNegotiated();
                 impl_->startTurnTimer();
             }
             finish(error);
         };
-        GstPromise* promise =
-            gst_promise_new_with_change_func(promiseChanged, context, promiseDestroyed);
-        g_signal_emit_by_name(impl_->webrtc, "set-local-description", desc, promise);
-        gst_promise_unref(promise);
-        gst_webrtc_session_description_free(desc);
+        emitWithPromise(impl_->webrtc.get(), "set-local-description", desc.get(), queue_,
+                        std::move(handle));
     });
 }
 
@@ -358,10 +361,8 @@ void RTCGstPeerConnection::setRemoteDescription(
         if (sdp->type() == RTCSdpTypeOffer) {
             impl_->buildAnswerBranches(lines);
         }
-        GstWebRTCSessionDescription* desc = toGst(sdp->type(), std::move(message));
-        auto* context = new PromiseContext{queue_, nullptr};
-        context->handle = [this, self, sdp, prints, lines, finish](GstStructure*,
-                                                                   QXDErrorPtr error) {
+        auto desc = toGst(sdp->type(), std::move(message));
+        auto handle = [this, self, sdp, prints, lines, finish](GstStructure*, QXDErrorPtr error) {
             if (!error && !closed_ && impl_->webrtc) {
                 {
                     std::lock_guard lock(impl_->mutex);
@@ -373,17 +374,14 @@ void RTCGstPeerConnection::setRemoteDescription(
                     impl_->remoteMids.push_back(line.mid);
                 }
                 int state = 0;
-                g_object_get(impl_->webrtc, "signaling-state", &state, nullptr);
+                g_object_get(impl_->webrtc.get(), "signaling-state", &state, nullptr);
                 impl_->reportSignaling(signalingFromGst(state));
                 impl_->updateNegotiated();
             }
             finish(error);
         };
-        GstPromise* promise =
-            gst_promise_new_with_change_func(promiseChanged, context, promiseDestroyed);
-        g_signal_emit_by_name(impl_->webrtc, "set-remote-description", desc, promise);
-        gst_promise_unref(promise);
-        gst_webrtc_session_description_free(desc);
+        emitWithPromise(impl_->webrtc.get(), "set-remote-description", desc.get(), queue_,
+                        std::move(handle));
     });
 }
 
@@ -423,8 +421,8 @@ void RTCGstPeerConnection::addIceCandidate(const RTCIceCandidatePtr& candidate,
             if (index < 0 || line.rfind("candidate:", 0) != 0) {
                 error = rtcError("The candidate is malformed.");
             } else {
-                g_signal_emit_by_name(impl_->webrtc, "add-ice-candidate", static_cast<guint>(index),
-                                      line.c_str());
+                g_signal_emit_by_name(impl_->webrtc.get(), "add-ice-candidate",
+                                      static_cast<guint>(index), line.c_str());
             }
         }
         if (completion) {

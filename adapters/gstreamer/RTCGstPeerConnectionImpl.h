@@ -63,6 +63,10 @@ class RTCGstHandlerData {
     explicit RTCGstHandlerData(RTCGstRefPtr ref) : ref_(std::move(ref)) {
         published_.store(true, std::memory_order_release);
     }
+    /// Ordered after its making, on whichever thread GLib lets go of it.
+    ~RTCGstHandlerData() { (void)published_.load(std::memory_order_acquire); }
+    RTCGstHandlerData(const RTCGstHandlerData&) = delete;
+    RTCGstHandlerData& operator=(const RTCGstHandlerData&) = delete;
     const RTCGstRefPtr& ref() const {
         (void)published_.load(std::memory_order_acquire);
         return ref_;
@@ -75,11 +79,8 @@ class RTCGstHandlerData {
 
 /// A reference to an appsrc that outlives removal from the track's sinks.
 struct RTCGstAppSrc {
-    explicit RTCGstAppSrc(GstElement* appsrc) : element(appsrc) {}
-    ~RTCGstAppSrc() { gst_object_unref(element); }
-    RTCGstAppSrc(const RTCGstAppSrc&) = delete;
-    RTCGstAppSrc& operator=(const RTCGstAppSrc&) = delete;
-    GstElement* element;
+    explicit RTCGstAppSrc(rtcgst::GstRef<> appsrc) : element(std::move(appsrc)) {}
+    const rtcgst::GstRef<> element;
     std::mutex mutex;
     int width = 0;
     int height = 0;
@@ -89,12 +90,12 @@ struct RTCGstBranch {
     std::shared_ptr<RTCGstRtpTransceiver> transceiver;
     int mline = -1;  ///< webrtcbin media line, -1 until built
     bool built = false;
-    GstElement* encoder = nullptr;  ///< vp8enc / opusenc (ref held)
-    GstElement* volume = nullptr;   ///< microphone mute (ref held)
+    rtcgst::GstRef<> encoder;  ///< vp8enc / opusenc
+    rtcgst::GstRef<> volume;   ///< microphone mute
     std::shared_ptr<RTCGstAppSrc> appsrc;
-    int sinkId = 0;                       ///< on the local video track
-    int listenerId = 0;                   ///< on the local audio track
-    GstObject* gstTransceiver = nullptr;  ///< webrtcbin's transceiver (ref held)
+    int sinkId = 0;                            ///< on the local video track
+    int listenerId = 0;                        ///< on the local audio track
+    rtcgst::GstRef<GstObject> gstTransceiver;  ///< webrtcbin's transceiver
     bool receiving = false;
 };
 
@@ -106,7 +107,7 @@ struct RTCGstPeerConnection::Impl {
 
     mutable std::mutex mutex;  // guards what public getters and streaming threads read
     rtcgst::GstRef<> pipeline;
-    GstElement* webrtc = nullptr;  ///< inside `pipeline`; null once torn down
+    rtcgst::GstRef<> webrtc;  ///< inside `pipeline`; null once torn down
     std::vector<RTCGstBranch> branches;
     RTCSessionDescriptionPtr local;
     RTCSessionDescriptionPtr remote;
@@ -166,14 +167,16 @@ struct RTCGstPeerConnection::Impl {
     /// A send branch (track) or a bare webrtcbin transceiver (no track) for
     /// `branch` on media line `mline` with payload type `pt`.
     void buildBranch(RTCGstBranch& branch, int mline, int pt);
+    /// A bin made from `description`, or null (logged after `failure`).
+    static rtcgst::GstRef<> parseBin(const std::string& description, const char* failure);
 
     // Media ends (RTCGstAudioBranches.cpp).
     /// Starts the call's sound devices unless they run (`mutex` held).
     void startAudioIO();
     /// The microphone's send bin up to the payloader (`mutex` held).
-    GstElement* makeAudioSendBin(const std::string& rtpCaps);
+    rtcgst::GstRef<> makeAudioSendBin(const std::string& rtpCaps);
     /// The receive bin of decoded audio: to the loudspeaker, and recorded.
-    GstElement* makeAudioReceiveBin();
+    rtcgst::GstRef<> makeAudioReceiveBin();
     /// The constraints of the offer or answer decide on voice processing;
     /// the microphone flows from then on.
     void decideVoiceProcessing(const RTCMediaConstraintsPtr& constraints);

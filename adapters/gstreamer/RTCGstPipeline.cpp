@@ -42,22 +42,17 @@ GstPadProbeReturn countProbe(GstPad*, GstPadProbeInfo* info, gpointer data) {
 
 void Impl::countPackets(GstPad* pad, const std::shared_ptr<RTCGstCounters>& counters,
                         std::atomic<uint64_t> RTCGstCounters::*field, bool stampTime) {
-    gst_pad_add_probe(pad,
-                      GstPadProbeType(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST),
-                      countProbe, new ProbeData{counters, field, stampTime},
-                      [](gpointer data) { delete static_cast<ProbeData*>(data); });
+    gst_pad_add_probe(
+        pad, GstPadProbeType(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST),
+        countProbe, rtcgst::giveToC(std::make_unique<ProbeData>(counters, field, stampTime)),
+        rtcgst::destroyFromC<ProbeData>);
 }
 
 void Impl::connect(gpointer instance, const char* signal, GCallback handler,
                    const RTCGstRefPtr& ref) {
-    g_signal_connect_data(
-        instance, signal, handler, new RTCGstHandlerData(ref),
-        [](gpointer data, GClosure*) {
-            auto* held = static_cast<RTCGstHandlerData*>(data);
-            (void)held->ref();  // ordered after its making
-            delete held;
-        },
-        GConnectFlags{});
+    g_signal_connect_data(instance, signal, handler,
+                          rtcgst::giveToC(std::make_unique<RTCGstHandlerData>(ref)),
+                          rtcgst::destroyClosureData<RTCGstHandlerData>, GConnectFlags{});
 }
 
 void Impl::post(const RTCGstRef& ref, std::function<void(RTCGstPeerConnection&)> task) {
@@ -95,7 +90,7 @@ void Impl::notify(
 
 std::pair<rtcgst::GstRef<>, rtcgst::GstRef<>> Impl::pipelineAndWebrtc() const {
     std::lock_guard lock(mutex);
-    return {rtcgst::ref(pipeline.get()), rtcgst::ref(webrtc)};
+    return {rtcgst::ref(pipeline.get()), rtcgst::ref(webrtc.get())};
 }
 
 void Impl::onDeepElementAdded(GstBin*, GstBin*, GstElement* element, gpointer data) {
@@ -118,9 +113,8 @@ void Impl::onDeepElementAdded(GstBin*, GstBin*, GstElement* element, gpointer da
         connect(element, "notify::connection-state", G_CALLBACK(onDtlsNotify),
                 static_cast<const RTCGstHandlerData*>(data)->ref());
     } else if (name == "nicesrc") {
-        if (GstPad* pad = gst_element_get_static_pad(element, "src")) {
-            countPackets(pad, impl.counters, &RTCGstCounters::packets, true);
-            gst_object_unref(pad);
+        if (rtcgst::GstRef<GstPad> pad{gst_element_get_static_pad(element, "src")}) {
+            countPackets(pad.get(), impl.counters, &RTCGstCounters::packets, true);
         }
     }
 }
@@ -173,7 +167,7 @@ void Impl::onDtlsNotify(GObject* object, GParamSpec*, gpointer data) {
     }
     g_value_unset(&value);
     // Held by the task, and released with it whether it runs or not.
-    std::shared_ptr<GstElement> element(GST_ELEMENT(gst_object_ref(object)), gst_object_unref);
+    std::shared_ptr<GstElement> element = rtcgst::ref(GST_ELEMENT(object));
     post(refOf(data), [element, nick](RTCGstPeerConnection& pc) {
         pc.impl_->onDtlsState(element.get(), nick == "connected", nick == "failed");
     });
@@ -233,12 +227,11 @@ bool Impl::setUp(const RTCConfiguration& configuration) {
     if (loopback) {
         // libnice binds to the outgoing interface's address; a TURN server on
         // loopback is only reachable from a loopback socket.
-        GstWebRTCICE* ice = nullptr;
-        g_object_get(bin, "ice-agent", &ice, nullptr);
-        rtcgst::GstRef<GstWebRTCICE> held(ice);
-        if (ice) {
+        GstWebRTCICE* agent = nullptr;
+        g_object_get(bin, "ice-agent", &agent, nullptr);
+        if (rtcgst::GstRef<GstWebRTCICE> ice{agent}) {
             gboolean ok = FALSE;
-            g_signal_emit_by_name(ice, "add-local-ip-address", "127.0.0.1", &ok);
+            g_signal_emit_by_name(ice.get(), "add-local-ip-address", "127.0.0.1", &ok);
         }
     }
     connect(bin, "deep-element-added", G_CALLBACK(onDeepElementAdded), ref);
@@ -250,7 +243,7 @@ bool Impl::setUp(const RTCConfiguration& configuration) {
     {
         std::lock_guard lock(mutex);
         pipeline = std::move(newPipeline);
-        webrtc = bin;
+        webrtc = std::move(newWebrtc);
     }
     watchBus();
     if (gst_element_set_state(pipeline.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {

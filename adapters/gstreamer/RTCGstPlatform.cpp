@@ -9,6 +9,7 @@
 #include "RTCGstCertificates.h"
 #include "RTCGstMedia.h"
 #include "RTCGstMediaSettings.h"
+#include "RTCGstMemory.h"
 #include "RTCGstPeerConnection.h"
 #include "RTCGstWarmUp.h"
 #include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
@@ -56,11 +57,9 @@ bool hasElements() {
     for (const char* name : {"webrtcbin", "vp8enc", "vp8dec", "opusenc", "opusdec", "rtpvp8pay",
                              "rtpvp8depay", "rtpopuspay", "rtpopusdepay", "appsrc", "appsink",
                              "videotestsrc", "audiotestsrc", "nicesrc", "dtlssrtpdec"}) {
-        GstElementFactory* factory = gst_element_factory_find(name);
-        if (!factory) {
+        if (!rtcgst::GstRef<GstElementFactory>(gst_element_factory_find(name))) {
             return false;
         }
-        gst_object_unref(factory);
     }
     return true;
 }
@@ -78,6 +77,7 @@ std::shared_ptr<RTCGstPlatform> RTCGstPlatform::create(Options options) {
         return nullptr;
     }
     RTCGstWarmUp::begin();
+    RTCGstMemory::configure();
     return std::make_shared<RTCGstPlatform>(options);
 }
 

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <sstream>
 
+#include "RTCGstHandles.h"
+
 namespace rtcgst {
 namespace {
 
@@ -144,10 +146,7 @@ SdpRef parseSdp(const std::string& text) {
 }
 
 std::string sdpText(const GstSDPMessage* message) {
-    gchar* text = gst_sdp_message_as_text(message);
-    std::string out = text ? text : "";
-    g_free(text);
-    return out;
+    return GChars(gst_sdp_message_as_text(message)).str();
 }
 
 namespace {

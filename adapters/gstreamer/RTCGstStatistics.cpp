@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "RTCGstPeerConnection.h"
 #include "RTCGstPeerConnectionImpl.h"
@@ -11,16 +12,27 @@
 
 namespace {
 
-struct StatsRequest {
-    std::shared_ptr<QXVCSerialQueue> queue;
-    RTCStatisticsCompletionHandler completion;
-};
-
 int64_t nowUs() {
     return std::chrono::duration_cast<std::chrono::microseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
+
+/// One get-stats request; never answered (the pipeline went away), it
+/// delivers zeros.
+struct StatsRequest {
+    std::shared_ptr<QXVCSerialQueue> queue;
+    RTCStatisticsCompletionHandler completion;
+
+    void deliver(const RTCStatisticsReport& report);
+    ~StatsRequest() {
+        if (completion) {
+            RTCStatisticsReport report;
+            report.timestampUs = nowUs();
+            deliver(report);
+        }
+    }
+};
 
 /// An unsigned counter of a stats entry, whatever integer type it has.
 uint64_t counter(const GstStructure* entry, const char* field) {
@@ -82,9 +94,8 @@ gboolean addEntry(GQuark, const GValue* value, gpointer data) {
     return TRUE;
 }
 
-void deliver(StatsRequest* request, RTCStatisticsReport report) {
-    auto completion = std::move(request->completion);
-    request->queue->async([completion, report] {
+void StatsRequest::deliver(const RTCStatisticsReport& report) {
+    queue->async([completion = std::exchange(completion, nullptr), report] {
         qxvc::safeCall("statistics completion", completion,
                        std::make_shared<const RTCStatisticsReport>(report));
     });
@@ -99,18 +110,7 @@ void statsReplied(GstPromise* promise, gpointer data) {
             gst_structure_foreach(reply, addEntry, &report);
         }
     }
-    deliver(request, report);
-}
-
-void statsRequestDone(gpointer data) {
-    auto* request = static_cast<StatsRequest*>(data);
-    if (request->completion) {
-        // Never answered (the pipeline went away): zeros.
-        RTCStatisticsReport report;
-        report.timestampUs = nowUs();
-        deliver(request, report);
-    }
-    delete request;
+    request->deliver(report);
 }
 
 }  // namespace
@@ -120,20 +120,20 @@ void RTCGstPeerConnection::statisticsWithCompletionHandler(
     if (!completion) {
         return;
     }
-    auto* request = new StatsRequest{queue_, std::move(completion)};
-    GstElement* webrtc = nullptr;
+    auto request = std::make_unique<StatsRequest>();
+    request->queue = queue_;
+    request->completion = std::move(completion);
+    rtcgst::GstRef<> webrtc;
     {
         std::lock_guard lock(impl_->mutex);
-        if (!closed_ && impl_->webrtc) {
-            webrtc = GST_ELEMENT(gst_object_ref(impl_->webrtc));
+        if (!closed_) {
+            webrtc = rtcgst::ref(impl_->webrtc.get());
         }
     }
     if (!webrtc) {
-        statsRequestDone(request);
-        return;
+        return;  // `request` answers with zeros
     }
-    GstPromise* promise = gst_promise_new_with_change_func(statsReplied, request, statsRequestDone);
-    g_signal_emit_by_name(webrtc, "get-stats", nullptr, promise);
-    gst_promise_unref(promise);
-    gst_object_unref(webrtc);
+    rtcgst::PromiseRef promise(gst_promise_new_with_change_func(
+        statsReplied, rtcgst::giveToC(std::move(request)), rtcgst::destroyFromC<StatsRequest>));
+    g_signal_emit_by_name(webrtc.get(), "get-stats", nullptr, promise.get());
 }

@@ -10,6 +10,7 @@
 #include <algorithm>
 
 #include "RTCGstMedia.h"
+#include "RTCGstMemory.h"
 #include "RTCGstPeerConnectionImpl.h"
 #include "RTCGstPlatform.h"
 
@@ -47,7 +48,10 @@ struct Retiring {
         stop();
         refs.clear();
         agents.clear();
-        pipeline.reset();
+        if (pipeline) {
+            pipeline.reset();
+            RTCGstMemory::release();
+        }
     }
 };
 
@@ -57,12 +61,18 @@ constexpr double kTurnReleaseWait = 2.0;
 constexpr double kCloseLimit = 60.0;
 constexpr double kPollPeriod = 0.02;
 
+/// The same reference, as a GstObject.
+template <typename T>
+rtcgst::GstRef<GstObject> asObject(rtcgst::GstRef<T> held) {
+    return rtcgst::GstRef<GstObject>(GST_OBJECT(held.release()));
+}
+
 /// webrtcbin's ICE agents, one reference each.
 std::vector<rtcgst::GObjectRef<GObject>> iceAgents(GstElement* pipeline) {
     std::vector<rtcgst::GObjectRef<GObject>> agents;
-    GstIterator* it = gst_bin_iterate_recurse(GST_BIN(pipeline));
+    rtcgst::IteratorRef it(gst_bin_iterate_recurse(GST_BIN(pipeline)));
     GValue item = G_VALUE_INIT;
-    while (gst_iterator_next(it, &item) == GST_ITERATOR_OK) {
+    while (gst_iterator_next(it.get(), &item) == GST_ITERATOR_OK) {
         auto* element = GST_ELEMENT(g_value_get_object(&item));
         GstElementFactory* factory = gst_element_get_factory(element);
         if (factory && g_str_equal(GST_OBJECT_NAME(factory), "nicesrc")) {
@@ -77,7 +87,6 @@ std::vector<rtcgst::GObjectRef<GObject>> iceAgents(GstElement* pipeline) {
         g_value_reset(&item);
     }
     g_value_unset(&item);
-    gst_iterator_free(it);
     return agents;
 }
 
@@ -152,14 +161,13 @@ void Impl::tearDown() {
             sender->setParametersHandler(nullptr);
             branch.sinkId = 0;
             branch.listenerId = 0;
-            for (GstElement** element : {&branch.encoder, &branch.volume}) {
-                retiring->refs.emplace_back(GST_OBJECT(std::exchange(*element, nullptr)));
-            }
-            retiring->refs.emplace_back(std::exchange(branch.gstTransceiver, nullptr));
+            retiring->refs.push_back(asObject(std::move(branch.encoder)));
+            retiring->refs.push_back(asObject(std::move(branch.volume)));
+            retiring->refs.push_back(std::move(branch.gstTransceiver));
             branch.appsrc.reset();
         }
         for (auto& decoder : dtlsDecoders) {
-            retiring->refs.emplace_back(GST_OBJECT(decoder.release()));
+            retiring->refs.push_back(asObject(std::move(decoder)));
         }
         dtlsDecoders.clear();
         if (audioIO) {
@@ -167,7 +175,7 @@ void Impl::tearDown() {
         }
         audioIO.reset();  // stops the call's sound devices
         retiring->pipeline = std::move(pipeline);
-        webrtc = nullptr;
+        retiring->refs.push_back(asObject(std::move(webrtc)));
     }
     std::erase_if(retiring->refs, [](const auto& held) { return !held; });
     if (!retiring->pipeline && retiring->refs.empty()) {

@@ -6,9 +6,13 @@
 // Prints the median (and min/max) time from asking for the offer to both
 // peers Connected and to the first remote frame at both peers (certificates
 // made ahead), what the process holds after 1, 10 and 100 calls (RSS, open
-// descriptors, threads), then the CPU share and memory of this process during
+// descriptors, threads, and the C allocator's blocks in use against its free
+// blocks), then the CPU share and memory of this process during
 // a call of S seconds.
 #include <sys/resource.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include <algorithm>
 #include <chrono>
@@ -63,6 +67,7 @@ double cpuSeconds() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     int calls = 7;
     double seconds = 10;
     for (int i = 1; i + 1 < argc; ++i) {
@@ -108,6 +113,13 @@ int main(int argc, char** argv) {
             "descriptors, %zu threads\n",
             made, double(rss) / 1024, double(rss - rssFirst) / 1024, descriptors,
             GStreamerThreads());
+#ifdef __GLIBC__
+        // What is allocated against what the allocator holds: a leak grows the
+        // first, retention only the second.
+        struct mallinfo2 heap = mallinfo2();
+        std::printf("                 malloc: %6.1f MiB in use, %6.1f MiB free in its arenas\n",
+                    double(heap.uordblks + heap.hblkhd) / 1048576, double(heap.fordblks) / 1048576);
+#endif
     };
     // The first call of a process is reported on its own and left out of the
     // medians.
