@@ -78,11 +78,7 @@ TEST_F(CallMediaEndsTest, SpeechCrossesBothWaysAndAMutedMicrophoneSendsSilence) 
     endCall(alice, bob, "end");
 }
 
-// Not run: the canceller takes off 40-50 dB in some calls and nothing in
-// others, depending on how much sound the sound server holds when playback
-// starts; see the open issue on echo cancellation. Run it by hand with
-// --gtest_also_run_disabled_tests.
-TEST_F(CallMediaEndsTest, DISABLED_EchoCancellationRemovesTheSpeakerLoopedIntoTheMicrophone) {
+TEST_F(CallMediaEndsTest, EchoCancellationRemovesTheSpeakerLoopedIntoTheMicrophone) {
     const auto hello = sentence("alice-says", "Hello Bob, can you hear an echo of my voice?");
     auto& alice = phone("alice");
     // What alice hears of herself while bob is silent, once the canceller has
