@@ -16,6 +16,44 @@ constexpr gint64 kPlaybackLatencyNs = 20 * GST_MSECOND;
 /// of received sound, half a second).
 constexpr unsigned kProbeEvery = 25;
 
+/// The sound server's playback buffer: small, so that what the echo probe
+/// hands on is heard within a short and steady time (measured 30-50 ms on
+/// PulseAudio), and the time from the probe to the loudspeaker the canceller
+/// is told (the echo then comes back 10-30 ms later than expected, inside the
+/// canceller's filter, never before).
+constexpr gint64 kSpeakerBufferUs = 60000;
+constexpr gint64 kSpeakerPeriodUs = 10000;
+constexpr GstClockTime kProbeToSpeakerNs = 40 * GST_MSECOND;
+
+bool hasProperty(GstElement* element, const char* name) {
+    return g_object_class_find_property(G_OBJECT_GET_CLASS(element), name) != nullptr;
+}
+
+/// Running time of `element`'s pipeline now; none before it runs.
+GstClockTime runningNow(GstElement* element) {
+    rtcgst::Owned<GstClock> clock(gst_element_get_clock(element));
+    if (!clock) {
+        return GST_CLOCK_TIME_NONE;
+    }
+    const GstClockTime time = gst_clock_get_time(clock.get());
+    const GstClockTime base = gst_element_get_base_time(element);
+    return time > base ? time - base : 0;
+}
+
+/// Stamps played sound with the moment it reaches the echo probe. Its own
+/// timestamps tell when it was received, and the sound may wait in the
+/// playback queue after that; the canceller needs when it is played.
+GstPadProbeReturn stampArrival(GstPad* pad, GstPadProbeInfo* info, gpointer) {
+    rtcgst::Owned<GstElement> element(gst_pad_get_parent_element(pad));
+    const GstClockTime now = element ? runningNow(element.get()) : GST_CLOCK_TIME_NONE;
+    if (now != GST_CLOCK_TIME_NONE) {
+        GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+        GST_BUFFER_PTS(buffer) = now;
+        GST_PAD_PROBE_INFO_DATA(info) = buffer;
+    }
+    return GST_PAD_PROBE_OK;
+}
+
 bool hasFactory(const char* name) {
     rtcgst::Owned<GstElementFactory> factory(gst_element_factory_find(name));
     return factory != nullptr;
@@ -43,11 +81,9 @@ struct RTCGstAudioIO::Stamps {
 
     GstBuffer* stamp(GstElement* appsrc, GstBuffer* buffer) {
         GstBuffer* copy = gst_buffer_copy(buffer);
-        GstClockTime now = 0;
-        if (rtcgst::Owned<GstClock> clock{gst_element_get_clock(appsrc)}) {
-            const GstClockTime time = gst_clock_get_time(clock.get());
-            const GstClockTime base = gst_element_get_base_time(appsrc);
-            now = time > base ? time - base : 0;
+        GstClockTime now = runningNow(appsrc);
+        if (now == GST_CLOCK_TIME_NONE) {
+            now = 0;
         }
         const GstClockTime duration =
             gst_util_uint64_scale(gst_buffer_get_size(copy) / 2, GST_SECOND, 48000);
@@ -71,6 +107,11 @@ struct RTCGstAudioIO::Stamps {
 namespace {
 
 void setProcessing(GstElement* dsp, bool on) {
+    // A loudspeaker's echo needs the strong suppression of what the filter
+    // leaves, and the adaptive gain control would raise that residue again
+    // over the call: the gain stays fixed.
+    gst_util_set_object_arg(G_OBJECT(dsp), "echo-suppression-level", "high");
+    gst_util_set_object_arg(G_OBJECT(dsp), "gain-control-mode", "fixed-digital");
     g_object_set(dsp, "echo-cancel", on, "noise-suppression", on, "gain-control", on,
                  "high-pass-filter", on, nullptr);
 }
@@ -100,6 +141,12 @@ std::shared_ptr<RTCGstAudioIO> RTCGstAudioIO::start(const RTCGstMicrophonePlan& 
     io->pipeline_ =
         rtcgst::sink(gst_pipeline_new(("velmorin-audio-" + std::to_string(number)).c_str()));
     GstBin* bin = GST_BIN(io->pipeline_.get());
+    // The system clock, which runs from the start: the sound server's clocks
+    // stand still until their streams run, and the probe's and the
+    // microphone's timestamps must be comparable from the first buffer.
+    if (rtcgst::Owned<GstClock> system{gst_system_clock_obtain()}) {
+        gst_pipeline_use_clock(GST_PIPELINE(io->pipeline_.get()), system.get());
+    }
     rtcgst::OwnedCaps pcm(gst_caps_from_string(kPcmCaps));
 
     // Playback, with the probe the processor reads (made before the processor).
@@ -121,9 +168,15 @@ std::shared_ptr<RTCGstAudioIO> RTCGstAudioIO::start(const RTCGstMicrophonePlan& 
     // sound is already timed by the connection's jitter buffer, and waiting on
     // a clock here would only add a second, drifting schedule.
     g_object_set(sink, "sync", FALSE, nullptr);
+    if (hasProperty(sink, "buffer-time")) {
+        g_object_set(sink, "buffer-time", kSpeakerBufferUs, "latency-time", kSpeakerPeriodUs,
+                     nullptr);
+    }
     if (probe) {
         gst_bin_add(bin, probe);
         gst_element_link_many(source, probe, sink, nullptr);
+        rtcgst::Owned<GstPad> probed(gst_element_get_static_pad(probe, "sink"));
+        gst_pad_add_probe(probed.get(), GST_PAD_PROBE_TYPE_BUFFER, stampArrival, nullptr, nullptr);
     } else {
         gst_element_link(source, sink);
     }
@@ -230,7 +283,7 @@ void RTCGstAudioIO::tellProbe() {
         return;
     }
     rtcgst::Owned<GstPad> pad(gst_element_get_static_pad(probe_.get(), "src"));
-    gst_pad_send_event(pad.get(), gst_event_new_latency(kPlaybackLatencyNs));
+    gst_pad_send_event(pad.get(), gst_event_new_latency(kProbeToSpeakerNs));
 }
 
 void RTCGstAudioIO::decideProcessing(bool on) {

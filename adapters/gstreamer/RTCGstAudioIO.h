@@ -2,9 +2,11 @@
 // suppression and gain control (webrtcdsp), and the loudspeaker, with the echo
 // probe (webrtcechoprobe) the canceller reads the played sound from.
 //
-// They run in a pipeline of their own, started whole and clocked by the sound
-// server: the canceller lines up what was played with what the microphone
-// heard, and only one clock for both keeps those together. Playback is not
+// They run in a pipeline of their own, started whole on the system clock: the
+// canceller lines up what was played with what the microphone heard, and only
+// one clock for both, running from the start, keeps those together. The probe
+// stamps played sound as it passes and is told the steady time from there to
+// the loudspeaker (the sound server's playback buffer is kept small). Playback is not
 // synchronised to that clock: received sound is already paced by the
 // connection's jitter buffer and goes to the sound server as it comes (about
 // 90 ms from one microphone to the other side's loudspeaker).

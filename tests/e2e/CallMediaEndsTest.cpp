@@ -78,15 +78,15 @@ TEST_F(CallMediaEndsTest, SpeechCrossesBothWaysAndAMutedMicrophoneSendsSilence) 
     endCall(alice, bob, "end");
 }
 
-// Not run: the canceller takes off 40-50 dB in some calls and nothing in
-// others, depending on how much sound the sound server holds when playback
-// starts; see the open issue on echo cancellation. Run it by hand with
-// --gtest_also_run_disabled_tests.
+// Not run yet: the canceller takes 20-41 dB off in most calls, but in about one
+// call in four it stays at 13-17 dB all through the call (see the open issue on
+// echo cancellation). Run it by hand with --gtest_also_run_disabled_tests.
 TEST_F(CallMediaEndsTest, DISABLED_EchoCancellationRemovesTheSpeakerLoopedIntoTheMicrophone) {
     const auto hello = sentence("alice-says", "Hello Bob, can you hear an echo of my voice?");
     auto& alice = phone("alice");
     // What alice hears of herself while bob is silent, once the canceller has
-    // had the first sentence to adapt.
+    // had two sentences to adapt (it takes under a second in most calls, up to
+    // six seconds in some).
     auto echoLevel = [&](const std::string& cancellation) -> std::optional<double> {
         // Bob's speaker plays into the room his microphone hears.
         auto& bob = phone("bob", {"--speaker", "bob_room", "--echo-cancellation", cancellation});
@@ -100,7 +100,7 @@ TEST_F(CallMediaEndsTest, DISABLED_EchoCancellationRemovesTheSpeakerLoopedIntoTh
             return std::nullopt;
         }
         const double third = (heard->speech.second - heard->speech.first) / 3;
-        return levelDb(heard->heard[0], heard->speech.first + third, heard->speech.second + 1.0);
+        return levelDb(heard->heard[0], heard->speech.second - third, heard->speech.second + 1.0);
     };
     const auto off = echoLevel("off");
     const auto on = echoLevel("on");
