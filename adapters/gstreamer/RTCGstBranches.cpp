@@ -140,7 +140,7 @@ void Impl::buildBranch(RTCGstBranch& branch, int mline, int pt) {
                 gst_app_src_set_caps(GST_APP_SRC(holder->element.get()), raw.get());
             }
             if (gst_app_src_push_buffer(GST_APP_SRC(holder->element.get()),
-                                        rtcgst::bufferFromFrame(frame)) == GST_FLOW_OK) {
+                                        rtcgst::bufferFromFrame(*frame)) == GST_FLOW_OK) {
                 sent->videoSent.fetch_add(1);
             }
         });

@@ -3,9 +3,6 @@
 #include <gst/video/video.h>
 
 #include <cstring>
-#include <memory>
-
-#include "RTCGstHandles.h"
 
 namespace rtcgst {
 
@@ -49,11 +46,12 @@ RTCVideoFramePtr frameFromSample(GstSample* sample,
                                         monotonicNs());
 }
 
-namespace {
-
-/// Describes the frame's tightly packed planes, which differ from GStreamer's
-/// default strides when the width is not a multiple of 8.
-GstBuffer* withLayout(GstBuffer* buffer, const RTCVideoFrame& frame) {
+GstBuffer* bufferFromFrame(const RTCVideoFrame& frame) {
+    const auto& data = frame.i420();
+    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, data.size(), nullptr);
+    gst_buffer_fill(buffer, 0, data.data(), data.size());
+    // Tightly packed planes, which differ from GStreamer's default strides when
+    // the width is not a multiple of 8.
     gsize offsets[GST_VIDEO_MAX_PLANES] = {0, static_cast<gsize>(frame.dataU() - frame.dataY()),
                                            static_cast<gsize>(frame.dataV() - frame.dataY())};
     gint strides[GST_VIDEO_MAX_PLANES] = {frame.strideY(), frame.strideU(), frame.strideV()};
@@ -61,24 +59,6 @@ GstBuffer* withLayout(GstBuffer* buffer, const RTCVideoFrame& frame) {
                                    static_cast<guint>(frame.width()),
                                    static_cast<guint>(frame.height()), 3, offsets, strides);
     return buffer;
-}
-
-}  // namespace
-
-GstBuffer* bufferFromFrame(const RTCVideoFrame& frame) {
-    const auto& data = frame.i420();
-    GstBuffer* buffer = gst_buffer_new_allocate(nullptr, data.size(), nullptr);
-    gst_buffer_fill(buffer, 0, data.data(), data.size());
-    return withLayout(buffer, frame);
-}
-
-GstBuffer* bufferFromFrame(const RTCVideoFramePtr& frame) {
-    const auto& data = frame->i420();
-    // Read-only: an element that would write into it makes its own copy.
-    GstBuffer* buffer = gst_buffer_new_wrapped_full(
-        GST_MEMORY_FLAG_READONLY, const_cast<uint8_t*>(data.data()), data.size(), 0, data.size(),
-        giveToC(std::make_unique<RTCVideoFramePtr>(frame)), destroyFromC<RTCVideoFramePtr>);
-    return withLayout(buffer, *frame);
 }
 
 }  // namespace rtcgst

@@ -16,11 +16,8 @@ RTCVideoFramePtr frameFromSample(
     GstSample* sample,
     const std::function<void(uint8_t* i420, int width, int height)>& edit = nullptr);
 
-/// A new buffer with a copy of the frame's pixels (an appsrc takes it).
+/// A new buffer with the frame's pixels (the appsrc of an encoder takes it).
 GstBuffer* bufferFromFrame(const RTCVideoFrame& frame);
-/// A new read-only buffer over the frame's own pixels, holding the frame until
-/// the buffer is freed: no copy.
-GstBuffer* bufferFromFrame(const RTCVideoFramePtr& frame);
 
 /// Monotonic time in nanoseconds.
 int64_t monotonicNs();
