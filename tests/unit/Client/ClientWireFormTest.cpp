@@ -1,12 +1,5 @@
 // What QXVCClient puts on the wire, as the chat client receives it.
-#include <gtest/gtest.h>
-
-#include <optional>
 #include <stdexcept>
-#include <string>
-#include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "Client/QXVCClientTesting.h"
 #include "VelmorinVideoChat/Call/QXVCBaseCall.h"
@@ -26,6 +19,7 @@ struct Result {
     int calls = 0;
     QXDUserMessagePtr message;
     QXDErrorPtr error;
+    long code() const { return error ? error->code() : 0; }
 };
 
 QXDUserMessageHandler recordInto(Result& result) {
@@ -77,9 +71,8 @@ TEST_F(ClientTest, StartIsSentWithoutCallIdUnderTheBareCustomType) {
     QXVCClient::sendStartCall(call, true, false, recordInto(result));
 
     auto sent = onlySent();
-    EXPECT_EQ(sent.channelUrl, kChannel);
-    EXPECT_EQ(sent.message, "QX_VIDEOCHAT");
-    EXPECT_EQ(sent.customType, "QX_VIDEOCHAT");
+    EXPECT_EQ(std::tuple(sent.channelUrl, sent.message, sent.customType),
+              std::tuple(kChannel, "QX_VIDEOCHAT", "QX_VIDEOCHAT"));
     auto [command, body] = splitData(sent.data);
     EXPECT_EQ(command, "STCA");
     EXPECT_EQ(body, (json{{"type", "start"},
@@ -90,8 +83,7 @@ TEST_F(ClientTest, StartIsSentWithoutCallIdUnderTheBareCustomType) {
     EXPECT_FALSE(body.contains("call_id"));
 
     ASSERT_EQ(result.calls, 1);
-    ASSERT_NE(result.message, nullptr);
-    EXPECT_EQ(result.message->data(), sent.data);
+    EXPECT_EQ(result.message ? result.message->data() : "", sent.data);
 }
 
 TEST_F(ClientTest, EveryInCallCommandCarriesTheCallIdInCustomTypeAndBody) {
@@ -141,8 +133,8 @@ TEST_F(ClientTest, EveryInCallCommandCarriesTheCallIdInCustomTypeAndBody) {
         c.send(recordInto(result));
         auto sent = client->sent();
         ASSERT_EQ(sent.size(), index + 1);
-        EXPECT_EQ(sent[index].message, "QX_VIDEOCHAT");
-        EXPECT_EQ(sent[index].customType, std::string("QX_VIDEOCHAT_") + kCallId);
+        EXPECT_EQ(std::tuple(sent[index].message, sent[index].customType),
+                  std::tuple(std::string("QX_VIDEOCHAT"), std::string("QX_VIDEOCHAT_") + kCallId));
         auto [command, body] = splitData(sent[index].data);
         EXPECT_EQ(command, c.command);
         json expected = c.expected;
@@ -152,8 +144,7 @@ TEST_F(ClientTest, EveryInCallCommandCarriesTheCallIdInCustomTypeAndBody) {
         if (body.contains("sdp_mline_index")) {
             EXPECT_TRUE(body["sdp_mline_index"].is_number_integer());
         }
-        EXPECT_EQ(result.calls, 1);
-        EXPECT_EQ(result.error, nullptr);
+        EXPECT_EQ(std::tuple(result.calls, result.error), std::tuple(1, QXDErrorPtr()));
         ++index;
     }
 }
@@ -189,19 +180,12 @@ TEST_F(ClientTest, CompressionFailureStopsTheAnswerButNotAnUnwatchedOffer) {
             return std::string();
         });
 
-    Result offer;
+    Result offer, answer;
     QXVCClient::sendOfferCall(call, "v=0", recordInto(offer));
-    ASSERT_EQ(offer.calls, 1);
-    ASSERT_NE(offer.error, nullptr);
-    EXPECT_EQ(offer.error->code(), static_cast<long>(QXVCErrorUnknown));
-    EXPECT_TRUE(client->sent().empty());
-
-    Result answer;
     QXVCClient::sendAnswerCall(call, "v=0", recordInto(answer));
     QXVCClient::sendAnswerCall(call, "v=0");
-    EXPECT_EQ(answer.calls, 1);
-    ASSERT_NE(answer.error, nullptr);
-    EXPECT_EQ(answer.error->code(), static_cast<long>(QXVCErrorUnknown));
+    EXPECT_EQ(std::tuple(offer.calls, offer.code()), std::tuple(1, long{QXVCErrorUnknown}));
+    EXPECT_EQ(std::tuple(answer.calls, answer.code()), std::tuple(1, long{QXVCErrorUnknown}));
     EXPECT_TRUE(client->sent().empty());
     EXPECT_EQ(client->lookupCount(), 0u);
 
@@ -212,11 +196,9 @@ TEST_F(ClientTest, CompressionFailureStopsTheAnswerButNotAnUnwatchedOffer) {
 TEST_F(ClientTest, AbsentDescriptionFailsCompressionWithTheNilCode) {
     Result answer;
     QXVCClient::sendAnswerCall(call, std::nullopt, recordInto(answer));
-    ASSERT_NE(answer.error, nullptr);
-    EXPECT_EQ(answer.error->code(), static_cast<long>(QXVCErrorInvalidParameter));
+    EXPECT_EQ(answer.code(), long{QXVCErrorInvalidParameter});
     QXVCClient::sendOfferCall(call, std::nullopt);
-    auto [command, body] = splitData(onlySent().data);
-    EXPECT_EQ(body["sdp"], "");
+    EXPECT_EQ(splitData(onlySent().data).second["sdp"], "");
 }
 
 TEST_F(ClientTest, EverySendLooksTheChannelUpAgainAndReportsLookupFailure) {
@@ -228,8 +210,7 @@ TEST_F(ClientTest, EverySendLooksTheChannelUpAgainAndReportsLookupFailure) {
     client->failLookups(lookupError);
     Result result;
     QXVCClient::sendEndCall(call, QXVCEndTypeEnd, recordInto(result));
-    EXPECT_EQ(result.calls, 1);
-    EXPECT_EQ(result.error, lookupError);
+    EXPECT_EQ(std::tuple(result.calls, result.error), std::tuple(1, lookupError));
     EXPECT_EQ(client->sent().size(), 2u);
 }
 
@@ -262,14 +243,13 @@ TEST_F(ClientTest, InCallCommandsWithoutACallIdAreRefusedBeforeAnyLookup) {
         SCOPED_TRACE(i);
         Result result;
         sends[i](recordInto(result));
-        ASSERT_EQ(result.calls, 1);
-        ASSERT_NE(result.error, nullptr);
-        EXPECT_EQ(result.error->code(), static_cast<long>(QXVCErrorInvalidParameter));
+        EXPECT_EQ(std::tuple(result.calls, result.code()),
+                  std::tuple(1, long{QXVCErrorInvalidParameter}));
     }
     call->setCallId(kCallId);
     Result noCandidate;
     QXVCClient::sendCandidateCall(call, nullptr, recordInto(noCandidate));
-    ASSERT_NE(noCandidate.error, nullptr);
+    EXPECT_NE(noCandidate.error, nullptr);
     EXPECT_EQ(client->lookupCount(), 0u);
     EXPECT_TRUE(client->sent().empty());
 }
@@ -277,9 +257,8 @@ TEST_F(ClientTest, InCallCommandsWithoutACallIdAreRefusedBeforeAnyLookup) {
 TEST(ClientParams, UnserialisableBodyIsWrittenAsAnEmptyObject) {
     auto params = QXVCClient::buildMessageParamsWithSignalingCommand(
         "SGNL", json{{"sdp", std::string("\xff\xfe")}}, std::optional<std::string>("id"));
-    EXPECT_EQ(params->data(), "SGNL{}");
-    EXPECT_EQ(params->customType(), "QX_VIDEOCHAT_id");
-    EXPECT_EQ(params->message(), "QX_VIDEOCHAT");
+    EXPECT_EQ(std::tuple(params->data(), params->customType(), params->message()),
+              std::tuple("SGNL{}", "QX_VIDEOCHAT_id", "QX_VIDEOCHAT"));
 }
 
 }  // namespace

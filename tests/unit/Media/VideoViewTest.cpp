@@ -1,11 +1,8 @@
 // The remote and local video views.
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cstdio>
 #include <mutex>
 #include <thread>
-#include <vector>
 
 #include "VelmorinVideoChat/View/QXVCLocalVideoView.h"
 #include "VelmorinVideoChat/View/QXVCRemoteVideoView.h"
@@ -77,14 +74,14 @@ TEST(RemoteVideoViewTest, WritesTheLatestFrameAsPngAndContentModeChangesNothing)
     const auto img = pngtest::decode(pngtest::readFile(path));
     std::remove(path.c_str());
     ASSERT_TRUE(img.ok) << img.error;
-    EXPECT_EQ(img.width, 7u);
-    EXPECT_EQ(img.height, 5u);
-    // Left columns black, right columns white, all rows alike.
+    EXPECT_EQ(std::tuple(img.width, img.height), std::tuple(7u, 5u));
+    // Three columns black, four white, all rows alike.
+    std::vector<uint8_t> row(9, 0);
+    row.resize(21, 255);
     for (uint32_t y = 0; y < 5; ++y) {
-        const size_t row = size_t{y} * 7 * 3;
-        EXPECT_EQ(img.rgb[row], 0) << "row " << y;
-        EXPECT_EQ(img.rgb[row + 6 * 3], 255) << "row " << y;
-        EXPECT_EQ(img.rgb[row + 6 * 3 + 1], 255) << "row " << y;
+        EXPECT_EQ(std::vector<uint8_t>(img.rgb.begin() + y * 21, img.rgb.begin() + y * 21 + 21),
+                  row)
+            << "row " << y;
     }
 
     EXPECT_FALSE(view->writeLatestFrameToPNG("/nonexistent-dir/x.png"));
@@ -125,11 +122,9 @@ TEST(LocalVideoViewTest, PreviewsTheCaptureSessionItIsGiven) {
     view->setCaptureSession(capturer.captureSession());  // twice: still one preview
     EXPECT_EQ(capturer.fakeSession()->previewRenderers().size(), 1u);
 
-    ASSERT_TRUE(capturer.captureFrame());
-    ASSERT_TRUE(capturer.captureFrame());
+    ASSERT_TRUE(capturer.captureFrame() && capturer.captureFrame());
     EXPECT_EQ(view->previewFrameCount(), 2u);
-    ASSERT_NE(view->latestPreviewFrame(), nullptr);
-    EXPECT_EQ(view->latestPreviewFrame()->width(), 640);
+    EXPECT_EQ(view->latestPreviewFrame() ? view->latestPreviewFrame()->width() : 0, 640);
 
     view->setCaptureSession(nullptr);
     EXPECT_TRUE(capturer.fakeSession()->previewRenderers().empty());

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <limits>
 
 #include "VelmorinVideoChat/Utils/QXVCFormat.h"
@@ -44,14 +42,9 @@ TEST(LenientJSON, ConvertsAcrossTypesLikeThePlatformDoes) {
     EXPECT_EQ(js::getString(doc, "b", ""), "1");
 }
 
-TEST(LenientJSON, ParseNeverThrows) {
-    EXPECT_FALSE(js::parse("").has_value());
-    EXPECT_FALSE(js::parse("{\"a\":").has_value());
-    EXPECT_FALSE(js::parse("\xff\xfe").has_value());
+TEST(LenientJSON, ParseNeverThrowsAndRefusesNestingDeeperThanTheLimit) {
+    EXPECT_FALSE(js::parse("") || js::parse("{\"a\":") || js::parse("\xff\xfe"));
     EXPECT_TRUE(js::parse("[1,2]").has_value());
-}
-
-TEST(LenientJSON, ParseRefusesNestingDeeperThanTheLimitAndSaysWhy) {
     const auto nested = [](size_t depth) {
         return std::string(depth, '[') + std::string(depth, ']');
     };
