@@ -50,9 +50,15 @@ TEST_F(CoordinatorTest, LinePrintsOnlyWhenTheStoredLevelIsAtLeastItsLevel) {
     QXVCMain::logWithLevel(-5, "printed");
     EXPECT_EQ(printed().back(), "printed");
     EXPECT_EQ(QXVCMain::getLogLevel(), -5);
+
+    // A sink that throws is contained.
+    QXVCMain::setLogSink([](const std::string&) { throw std::runtime_error("sink"); });
+    EXPECT_NO_THROW(QXVCMain::logWithLevel(-5, "x"));
 }
 
-TEST_F(CoordinatorTest, StartCallTimeoutKeepsOnlyValuesFromThirtyToSixty) {
+TEST_F(CoordinatorTest, SettingsStartAtTheirDefaultsAndTheTimeoutKeepsOnlyThirtyToSixty) {
+    EXPECT_EQ(QXVCMain::getSDKVersion(), "0.9.1");
+    EXPECT_FALSE(QXVCMain::getAutoAcceptSimultaneousStartCall());
     EXPECT_EQ(QXVCMain::getStartCallTimeout(), 30);
     std::vector<long> kept;
     for (long value : {29L, 61L, 60L, 0L, -30L, 30L}) {
@@ -64,17 +70,6 @@ TEST_F(CoordinatorTest, StartCallTimeoutKeepsOnlyValuesFromThirtyToSixty) {
     QXVCMain::setStartCallTimeout(45);
     EXPECT_EQ(QXVCMain::getStartCallTimeout(), 45);
     EXPECT_EQ(printed(), (std::vector<std::string>{"[QXVC] Start call: 45"}));
-}
-
-TEST_F(CoordinatorTest, VersionAndAutoAcceptOffByDefault) {
-    EXPECT_EQ(QXVCMain::getSDKVersion(), "0.9.1");
-    EXPECT_FALSE(QXVCMain::getAutoAcceptSimultaneousStartCall());
-}
-
-TEST_F(CoordinatorTest, ThrowingSinkIsContained) {
-    QXVCMain::setLogLevel(1);
-    QXVCMain::setLogSink([](const std::string&) { throw std::runtime_error("sink"); });
-    EXPECT_NO_THROW(QXVCMain::logWithLevel(1, "x"));
 }
 
 TEST(CoordinatorInstance, CreatedOnceAndRegisteredAsOneChannelDelegate) {

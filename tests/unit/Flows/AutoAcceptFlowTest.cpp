@@ -35,8 +35,8 @@ TEST_F(AutoAcceptTest, RefusalThenStartAcceptsTheIncomingCallWithTheRefusedOptio
     EXPECT_EQ(events, (Strings{kRefused, "didReceiveStartCall", "didSendAcceptCall"}));
     auto call = QXVCMain::getActiveCall();
     ASSERT_TRUE(call);
-    EXPECT_EQ(call->callId(), bobsCall);
-    EXPECT_EQ(call->operationMode(), QXVCOperationModeAutoAcceptSimultaneousStartCall);
+    EXPECT_EQ(std::tuple(call->callId(), call->operationMode()),
+              std::tuple(bobsCall, QXVCOperationModeAutoAcceptSimultaneousStartCall));
     EXPECT_EQ(receivedBy(), Strings{"SGNL offer"}) << "accepted: offer sent";
     EXPECT_FALSE(QXVCAutoAcceptManager::recordForCallId(bobsCall) ||
                  QXVCAutoAcceptManager::recordForChannelUrl(kPrivate))

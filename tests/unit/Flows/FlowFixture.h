@@ -150,7 +150,6 @@ class FlowTest : public LibraryTest {
                            [&](const auto& line) { return line.find(text) != std::string::npos; });
     }
 
-    /// The last peer connection the fake engine made.
     std::shared_ptr<FakeRTCPeerConnection> lastConnection() const {
         return platform->lastPeerConnection();
     }
