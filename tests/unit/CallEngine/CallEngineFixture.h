@@ -6,11 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <memory>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "VelmorinVideoChat/Call/QXVCCall.h"
 #include "VelmorinVideoChat/Call/QXVCCallManager.h"
@@ -22,11 +19,26 @@
 #include "support/FakeRTCPeerConnection.h"
 #include "support/FakeRTCPlatform.h"
 
+using Strings = std::vector<std::string>;
+
+/// "ok", or the error's code followed by its own description when it has one.
+inline std::string errorText(const QXDErrorPtr& error) {
+    if (!error) {
+        return "ok";
+    }
+    const auto code = std::to_string(error->code());
+    return error->userInfo() ? code + " " + error->localizedDescription() : code;
+}
+
+/// A completion handler that appends what it is given, as `errorText`, to `heard`.
+inline QXVCErrorHandler recordInto(Strings& heard) {
+    return [&heard](QXDErrorPtr error) { heard.push_back(errorText(error)); };
+}
+
 /// A call delegate that counts events and can claim not to handle some.
 class RecordingCallDelegate : public QXVCCallDelegate {
   public:
     bool respondsTo(Event event) const override { return event != ignored; }
-    void didSendAcceptCall(const std::shared_ptr<QXVCCall>&) override { ++accepts; }
     void didSendEndCall(const std::shared_ptr<QXVCCall>&, const QXDUserMessagePtr& m) override {
         ends.push_back(m);
     }
@@ -35,7 +47,7 @@ class RecordingCallDelegate : public QXVCCallDelegate {
     void didReopenCall(const std::shared_ptr<QXVCCall>&) override { ++reopens; }
 
     std::optional<Event> ignored;
-    int accepts = 0, opens = 0, drops = 0, reopens = 0;
+    int opens = 0, drops = 0, reopens = 0;
     std::vector<QXDUserMessagePtr> ends;
 };
 
@@ -56,24 +68,19 @@ class LibraryTest : public ::testing::Test {
         QXVCMain::prepareVideoDevice();
         app = std::make_shared<QXVCVideoChatDelegate>();
         auto record = [this](const char* name) {
-            return [this, name](const QXVCCallPtr& call) {
+            return [this, name](const QXVCCallPtr& call, const auto&...) {
                 events.push_back(name);
                 eventCalls.push_back(call);
             };
         };
-        auto recordWithMessage = [record](const char* name) {
-            return [event = record(name)](const QXVCCallPtr& call, const QXDUserMessagePtr&) {
-                event(call);
-            };
-        };
         app->didReceiveStartCall = record("didReceiveStartCall");
-        app->didSendStartCall = recordWithMessage("didSendStartCall");
+        app->didSendStartCall = record("didSendStartCall");
         app->didReceiveAcceptCall = record("didReceiveAcceptCall");
         app->didReceiveEndCall = record("didReceiveEndCall");
         app->didOpponentAudioStateChange = record("didOpponentAudioStateChange");
         app->didOpponentVideoStateChange = record("didOpponentVideoStateChange");
         app->didSendAcceptCall = record("didSendAcceptCall");
-        app->didSendEndCall = recordWithMessage("didSendEndCall");
+        app->didSendEndCall = record("didSendEndCall");
         app->didOpenCall = record("didOpenCall");
         app->didDropCall = record("didDropCall");
         app->didReopenCall = record("didReopenCall");
@@ -97,7 +104,7 @@ class LibraryTest : public ::testing::Test {
     std::shared_ptr<QXVCManualQueue> queue;
     std::shared_ptr<FakeRTCPlatform> platform;
     QXVCVideoChatDelegatePtr app;
-    std::vector<std::string> events;
+    Strings events;
     std::vector<QXVCCallPtr> eventCalls;
 };
 
@@ -136,11 +143,9 @@ class CallEngineTest : public LibraryTest {
     /// Accepts `call` with ready views and completes the whole negotiation.
     std::shared_ptr<FakeRTCPeerConnection> acceptAndNegotiate(const QXVCCallPtr& call,
                                                               QXVCCallOptionsPtr opts = nullptr) {
-        if (!opts) {
-            opts = QXVCCallOptions::initWithChannelUrl(kChannel);
-        }
         call->viewIsReady();
-        call->acceptWithOptions(opts, nullptr);
+        call->acceptWithOptions(opts ? opts : QXVCCallOptions::initWithChannelUrl(kChannel),
+                                nullptr);
         auto connection = fakeConnection(call);
         if (connection) {
             connection->completeAll();
@@ -160,8 +165,8 @@ class CallEngineTest : public LibraryTest {
 
     /// The signalling messages sent so far, as "<command> <type>", with
     /// " on"/" off" for the audio and video updates.
-    std::vector<std::string> sentMessages() const {
-        std::vector<std::string> out;
+    Strings sentMessages() const {
+        Strings out;
         for (const auto& sent : chat->sent()) {
             auto body = nlohmann::json::parse(sent.data.substr(4), nullptr, false);
             std::string text = sent.data.substr(0, 4) + " " + body.value("type", "?");
@@ -174,8 +179,15 @@ class CallEngineTest : public LibraryTest {
     }
 
     std::string lastSent() const {
-        auto all = sentMessages();
+        const auto all = sentMessages();
         return all.empty() ? "" : all.back();
+    }
+
+    /// A caller's or callee's call that only exists, registered nowhere.
+    QXVCCallPtr bareCall(const std::string& callId, QXVCRole role = QXVCRoleCaller) {
+        auto call = QXVCCall::initWithChannelUrl(kChannel, false, role);
+        call->setCallId(callId);
+        return call;
     }
 
     std::shared_ptr<FakeChatClient> chat;

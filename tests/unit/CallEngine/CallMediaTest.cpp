@@ -21,17 +21,13 @@ TEST_F(CallEngineTest, FormatChoiceComparesTheTargetAsGivenAndPrefersThePixelFor
     constexpr FourCharCode kOther = kCVPixelFormatType_32BGRA;
     FourCharCode preferred = capturer()->preferredOutputPixelFormat();
     ASSERT_NE(preferred, kOther);
-    auto call = QXVCCall::initWithChannelUrl(kChannel, false, QXVCRoleCaller);
+    auto call = bareCall("format");
     auto options = QXVCCallOptions::initWithChannelUrl(kChannel);
     call->setOptions(options);
-
     auto camera = device({format(640, 480, kOther), format(1280, 720, kOther),
                           format(1920, 1080, kOther), format(1920, 1440, kOther)});
     // The portrait default 1080 x 1920 picks the 4:3 landscape format.
-    auto chosen = call->selectFormatForDevice(camera);
-    ASSERT_TRUE(chosen);
-    EXPECT_EQ(chosen->width(), 1920);
-    EXPECT_EQ(chosen->height(), 1440);
+    EXPECT_EQ(call->selectFormatForDevice(camera), camera->formats()[3]);
     options->setResolution({1280, 720});
     EXPECT_EQ(call->selectFormatForDevice(camera)->width(), 1280);
 
@@ -43,7 +39,7 @@ TEST_F(CallEngineTest, FormatChoiceComparesTheTargetAsGivenAndPrefersThePixelFor
 }
 
 TEST_F(CallEngineTest, FrameRateIsTheHighestRangeCappedAt30WhateverTheOptionsSay) {
-    auto call = QXVCCall::initWithChannelUrl(kChannel, false, QXVCRoleCaller);
+    auto call = bareCall("fps");
     auto options = QXVCCallOptions::initWithChannelUrl(kChannel);
     options->setVideoFps(15);
     call->setOptions(options);
@@ -58,15 +54,16 @@ TEST_F(CallEngineTest, CameraStartsAtTheFrontByDefaultAndSwitchesWithThePosition
     ASSERT_TRUE(acceptAndNegotiate(call));
     auto cam = capturer();
     ASSERT_TRUE(cam->current());
-    EXPECT_EQ(cam->current()->device->position(), AVCaptureDevicePositionFront);
     EXPECT_EQ(cam->current()->fps, 30);
-
+    // {the call's position, the capturing device's}, now and after each switch.
+    auto positions = [&] {
+        return std::pair(call->currentPosition(), cam->current()->device->position());
+    };
+    EXPECT_EQ(positions(), std::pair(QXVCCameraPositionFront, AVCaptureDevicePositionFront));
     call->switchCamera();
-    EXPECT_EQ(call->currentPosition(), QXVCCameraPositionBack);
-    EXPECT_EQ(cam->current()->device->position(), AVCaptureDevicePositionBack);
+    EXPECT_EQ(positions(), std::pair(QXVCCameraPositionBack, AVCaptureDevicePositionBack));
     call->switchCamera();
-    EXPECT_EQ(call->currentPosition(), QXVCCameraPositionFront);
-    EXPECT_EQ(cam->current()->device->position(), AVCaptureDevicePositionFront);
+    EXPECT_EQ(positions(), std::pair(QXVCCameraPositionFront, AVCaptureDevicePositionFront));
 
     // Unspecified counts as not front: the switch goes to the front camera.
     call->setCurrentPosition(QXVCCameraPositionUnspecified);
@@ -90,8 +87,9 @@ TEST_F(CallEngineTest, MediaControlsKeepTheirOrderAndAnnounceEveryChange) {
     ASSERT_TRUE(audio && video);
     // The default options offer to receive both.
     const auto offered = fakeConnection(call)->offerConstraints().at(0);
-    EXPECT_EQ(offered->valueForKey("OfferToReceiveAudio"), "true");
-    EXPECT_EQ(offered->valueForKey("OfferToReceiveVideo"), "true");
+    EXPECT_EQ(std::tuple(offered->valueForKey("OfferToReceiveAudio"),
+                         offered->valueForKey("OfferToReceiveVideo")),
+              std::tuple(std::optional<std::string>("true"), std::optional<std::string>("true")));
     size_t before = chat->sent().size();
 
     context->clearEntries();
@@ -115,8 +113,7 @@ TEST_F(CallEngineTest, MediaControlsKeepTheirOrderAndAnnounceEveryChange) {
     EXPECT_TRUE(video->isEnabled());
 
     auto all = sentMessages();
-    std::vector<std::string> updates(all.begin() + static_cast<long>(before), all.end());
-    EXPECT_EQ(updates,
-              (std::vector<std::string>{"SGNL audio off", "SGNL audio on", "SGNL video off",
-                                        "SGNL video on", "SGNL video on"}));
+    EXPECT_EQ(Strings(all.begin() + static_cast<long>(before), all.end()),
+              (Strings{"SGNL audio off", "SGNL audio on", "SGNL video off", "SGNL video on",
+                       "SGNL video on"}));
 }

@@ -1,7 +1,5 @@
 // The in-process chat client: completions and events on their queues, weak
 // delegates, connection, fault injection, and its use through the chat port.
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -14,36 +12,28 @@
 
 namespace {
 
-class RecordingDelegate : public QXDChannelDelegate {
-  public:
+/// alice and bob, both in channel "ab".
+velmorin::ChatServicePtr makeService() {
+    auto service = velmorin::ChatService::create();
+    for (const char* user : {"alice", "bob"}) {
+        service->upsertUser(QXDUser(user, user));
+    }
+    service->createGroupChannel({"ab", "", false, false, {"alice", "bob"}});
+    return service;
+}
+
+/// Records what it hears; used on the manual queues only.
+struct RecordingDelegate : QXDChannelDelegate {
     void channel(const QXDBaseChannelPtr& channel, const QXDBaseMessagePtr& message) override {
-        std::lock_guard lock(mutex);
-        channels.push_back(channel);
-        messages.push_back(std::dynamic_pointer_cast<const QXDUserMessage>(message));
-        changed.notify_all();
+        heard.emplace_back(channel, message);
     }
-    std::vector<int64_t> ids() {
-        std::lock_guard lock(mutex);
-        std::vector<int64_t> result;
-        for (const auto& m : messages) {
-            result.push_back(m ? m->messageId() : -1);
-        }
-        return result;
-    }
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<QXDBaseChannelPtr> channels;
-    std::vector<QXDUserMessagePtr> messages;
+    std::vector<std::pair<QXDBaseChannelPtr, QXDBaseMessagePtr>> heard;
 };
 
 class InProcessChatClientTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        service = velmorin::ChatService::create();
-        service->upsertUser(QXDUser("alice", "Alice"));
-        service->upsertUser(QXDUser("bob", "Bob"));
-        service->upsertUser(QXDUser("carol", "Carol"));
-        service->createGroupChannel({"ab", "", false, false, {"alice", "bob"}});
+        service = makeService();
         alice = makeClient("alice");
         bob = makeClient("bob");
         bobDelegate = std::make_shared<RecordingDelegate>();
@@ -57,18 +47,10 @@ class InProcessChatClientTest : public ::testing::Test {
         return QXDInProcessChatClient::create(service, user, options);
     }
 
-    QXDUserMessagePtr aliceSends(const std::string& data, QXDErrorPtr* error = nullptr) {
-        auto params = QXDUserMessageParams::initWithMessage("QX_VIDEOCHAT");
-        params->setData(data);
-        QXDUserMessagePtr stored;
-        alice->sendUserMessage("ab", params, [&](QXDUserMessagePtr m, QXDErrorPtr e) {
-            stored = std::move(m);
-            if (error) {
-                *error = std::move(e);
-            }
-        });
+    void aliceSends(const std::string& text) {
+        alice->sendUserMessage("ab", QXDUserMessageParams::initWithMessage(text), nullptr);
         callbacks->runUntilIdle();
-        return stored;
+        events->runUntilIdle();
     }
 
     std::shared_ptr<QXVCManualQueue> events = QXVCManualQueue::create("events");
@@ -93,19 +75,16 @@ TEST_F(InProcessChatClientTest, LookupAndSendCompleteOnTheCallbackQueueAndEvents
     EXPECT_EQ(echo, nullptr);
     callbacks->runUntilIdle();
     ASSERT_NE(echo, nullptr);
-    EXPECT_TRUE(bobDelegate->messages.empty());
+    EXPECT_TRUE(bobDelegate->heard.empty());
     events->runUntilIdle();
-    ASSERT_EQ(bobDelegate->ids(), std::vector<int64_t>{echo->messageId()});
-    auto group = std::dynamic_pointer_cast<QXDGroupChannel>(bobDelegate->channels[0]);
-    ASSERT_NE(group, nullptr);
-    EXPECT_EQ(group->channelUrl(), "ab");
+    ASSERT_EQ(bobDelegate->heard.size(), 1u);
+    EXPECT_EQ(bobDelegate->heard[0].second->messageId(), echo->messageId());
+    auto group = std::dynamic_pointer_cast<QXDGroupChannel>(bobDelegate->heard[0].first);
+    EXPECT_EQ(group ? group->channelUrl() : "", "ab");
 }
 
 TEST(InProcessChatClientThreadsTest, EventsReachDelegatesOnOneThreadOneAtATime) {
-    auto service = velmorin::ChatService::create();
-    service->upsertUser(QXDUser("alice"));
-    service->upsertUser(QXDUser("bob"));
-    service->createGroupChannel({"ab", "", false, false, {"alice", "bob"}});
+    auto service = makeService();
     auto alice = QXDInProcessChatClient::create(service, "alice");
     auto bob = QXDInProcessChatClient::create(service, "bob");
 
@@ -165,13 +144,11 @@ TEST_F(InProcessChatClientTest, ServesThePortAndAReplacedClientStopsDelivering) 
     callbacks->runUntilIdle();
     ASSERT_NE(found, nullptr);
     aliceSends("through the port");
-    events->runUntilIdle();
-    EXPECT_EQ(portDelegate->messages.size(), 1u);
+    EXPECT_EQ(portDelegate->heard.size(), 1u);
 
     QXDMain::setChatClient(alice);
     aliceSends("after the switch");
-    events->runUntilIdle();
-    EXPECT_EQ(portDelegate->messages.size(), 1u);
+    EXPECT_EQ(portDelegate->heard.size(), 1u);
     QXDMain::setChatClient(nullptr);
     QXDMain::removeChannelDelegate("port-test");
 }

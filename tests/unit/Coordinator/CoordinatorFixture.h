@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <mutex>
-#include <string>
-#include <vector>
 
 #include "VelmorinVideoChat/QXVCMain.h"
 

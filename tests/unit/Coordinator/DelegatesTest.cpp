@@ -6,21 +6,17 @@
 
 namespace {
 
-/// A delegate that records the events it hears under its own name.
-struct Recorder {
-    std::vector<std::string>* log;
-    QXVCVideoChatDelegatePtr make(const std::string& name) {
-        auto delegate = std::make_shared<QXVCVideoChatDelegate>();
-        auto* sink = log;
-        delegate->didOpenCall = [sink, name](const QXVCCallPtr&) {
-            sink->push_back(name + ":open");
-        };
-        delegate->didSendEndCall = [sink, name](const QXVCCallPtr&, const QXDUserMessagePtr& m) {
-            sink->push_back(name + ":end:" + (m ? m->data() : "(null)"));
-        };
-        return delegate;
-    }
-};
+using Strings = std::vector<std::string>;
+
+/// A delegate that records the events it hears into `log` under its own name.
+QXVCVideoChatDelegatePtr recorder(Strings& log, const std::string& name) {
+    auto delegate = std::make_shared<QXVCVideoChatDelegate>();
+    delegate->didOpenCall = [&log, name](const QXVCCallPtr&) { log.push_back(name + ":open"); };
+    delegate->didSendEndCall = [&log, name](const QXVCCallPtr&, const QXDUserMessagePtr& m) {
+        log.push_back(name + ":end:" + (m ? m->data() : "(null)"));
+    };
+    return delegate;
+}
 
 TEST_F(CoordinatorTest, TableAddsReplacesAndRemovesByIdentifier) {
     auto a = std::make_shared<QXVCVideoChatDelegate>();
@@ -48,11 +44,10 @@ TEST_F(CoordinatorTest, TableAddsReplacesAndRemovesByIdentifier) {
 }
 
 TEST_F(CoordinatorTest, FanOutPostsOneTaskPerLiveImplementingDelegateInTableOrder) {
-    std::vector<std::string> log;
-    Recorder recorder{&log};
-    auto b = recorder.make("b");
-    auto a = recorder.make("a");
-    auto gone = recorder.make("gone");
+    Strings log;
+    auto b = recorder(log, "b");
+    auto a = recorder(log, "a");
+    auto gone = recorder(log, "gone");
     auto silent = std::make_shared<QXVCVideoChatDelegate>();  // implements nothing
     QXVCMain::addVideoChatDelegate(b, "2-b");
     QXVCMain::addVideoChatDelegate(a, "1-a");
@@ -69,14 +64,14 @@ TEST_F(CoordinatorTest, FanOutPostsOneTaskPerLiveImplementingDelegateInTableOrde
     EXPECT_TRUE(log.empty());  // never inline
     EXPECT_EQ(queue->pendingCount(), 4u);
     queue->runUntilIdle();
-    EXPECT_EQ(log, (std::vector<std::string>{"a:end:ENCA{}", "b:end:ENCA{}", "a:open", "b:open"}));
+    EXPECT_EQ(log, (Strings{"a:end:ENCA{}", "b:end:ENCA{}", "a:open", "b:open"}));
 
     // A delegate destroyed between posting and running hears nothing.
     qxvc::notifyVideoChatDelegates(&QXVCVideoChatDelegate::didOpenCall, QXVCCallPtr());
     b.reset();
     log.clear();
     queue->runUntilIdle();
-    EXPECT_EQ(log, (std::vector<std::string>{"a:open"}));
+    EXPECT_EQ(log, Strings{"a:open"});
 }
 
 TEST_F(CoordinatorTest, CompletionBlocksNeverRunInline) {
@@ -138,7 +133,7 @@ TEST_F(CoordinatorTest, VideoViewDelegateIsSingleAndWeak) {
     QXVCMain::removeVideoViewDelegate();
     EXPECT_EQ(QXVCMain::getVideoViewDelegate(), nullptr);
     QXVCMain::setVideoViewDelegate(second);
-    second.reset();
+    second.reset();  // weak: gone with the application's reference
     EXPECT_EQ(QXVCMain::getVideoViewDelegate(), nullptr);
 }
 

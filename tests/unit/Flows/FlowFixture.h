@@ -4,25 +4,13 @@
 // reads what alice sent from the messages delivered to bob.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <map>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include "VelmorinChat/QXDInProcessChatClient.h"
 #include "VelmorinService/ChatService.h"
 #include "VelmorinVideoChat/Call/QXVCAutoAcceptManager.h"
-#include "VelmorinVideoChat/Call/QXVCCall.h"
-#include "VelmorinVideoChat/Call/QXVCCallManager.h"
 #include "VelmorinVideoChat/Client/QXVCClient.h"
-#include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
-#include "VelmorinVideoChat/QXVCMain.h"
 #include "VelmorinVideoChat/Utils/QXVCUtils.h"
 #include "unit/CallEngine/CallEngineFixture.h"
 
@@ -72,7 +60,30 @@ class FlowTest : public LibraryTest {
         chat.reset();
     }
 
-    // ---- The other side -------------------------------------------------------
+    /// Alice starts a call in `channel`; what her handler is given goes to `events`.
+    void aliceStarts(const std::string& channel = kPrivate, bool audioOnly = false) {
+        auto options = QXVCCallOptions::initWithChannelUrl(channel);
+        options->setVideoEnabled(!audioOnly);
+        QXVCMain::startCallWithAudioOnly(audioOnly, options, recordInto(events));
+    }
+
+    /// Alice accepts the call with ready views and completes her side of the negotiation.
+    QXVCCallPtr acceptIncoming(const std::string& callId) {
+        auto call = QXVCMain::getCallWithCallId(callId);
+        if (call) {
+            call->viewIsReady();
+            call->acceptWithOptions(QXVCCallOptions::initWithChannelUrl(call->channelUrl()));
+            lastConnection()->completeAll();
+            run();
+        }
+        return call;
+    }
+
+    /// The username of the call's one TURN server ("<expiry>:<user>"), else "".
+    static std::string turnUsername(const QXVCCallPtr& call) {
+        auto servers = call->iceServers();
+        return servers && servers->size() == 1 ? (*servers)[0]->username().value_or("") : "";
+    }
 
     /// Sends `command` + `body` as `from` in `channel`; returns the stored
     /// message (nullptr when the service refused it).
@@ -122,9 +133,9 @@ class FlowTest : public LibraryTest {
     }
 
     /// What `who` received from alice, as "<command> <type>".
-    std::vector<std::string> receivedBy(const std::string& who = "bob") {
+    Strings receivedBy(const std::string& who = "bob") {
         std::lock_guard lock(mutex);
-        std::vector<std::string> out;
+        Strings out;
         for (const auto& message : received[who]) {
             auto body = nlohmann::json::parse(message->data().substr(4), nullptr, false);
             std::string type = body.is_object() ? body.value("type", "?") : "?";
@@ -135,15 +146,10 @@ class FlowTest : public LibraryTest {
 
     bool logged(const std::string& text) {
         std::lock_guard lock(mutex);
-        for (const auto& line : logLines) {
-            if (line.find(text) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
+        return std::any_of(logLines.begin(), logLines.end(),
+                           [&](const auto& line) { return line.find(text) != std::string::npos; });
     }
 
-    /// The last peer connection the fake engine made.
     std::shared_ptr<FakeRTCPeerConnection> lastConnection() const {
         return platform->lastPeerConnection();
     }
@@ -154,5 +160,5 @@ class FlowTest : public LibraryTest {
     QXDInProcessChatClientPtr chat;
     std::mutex mutex;
     std::map<std::string, std::vector<QXDUserMessagePtr>> received;
-    std::vector<std::string> logLines;
+    Strings logLines;
 };

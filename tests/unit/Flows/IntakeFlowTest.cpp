@@ -3,20 +3,6 @@
 #include "FlowFixture.h"
 #include "VelmorinVideoChat/MessageParser/QXVCMessageParser.h"
 
-namespace {
-
-/// Alice accepts bob's call with ready views; returns the call.
-QXVCCallPtr acceptIncoming(const std::string& callId) {
-    auto call = QXVCMain::getCallWithCallId(callId);
-    if (call) {
-        call->viewIsReady();
-        call->acceptWithOptions(QXVCCallOptions::initWithChannelUrl(call->channelUrl()));
-    }
-    return call;
-}
-
-}  // namespace
-
 TEST_F(FlowTest, IncomingStartBecomesARegisteredCalleeCallAndReachesTheDelegatesOnce) {
     chat->duplicateDeliveries(2);
     std::string callId = startFrom("bob");
@@ -24,17 +10,13 @@ TEST_F(FlowTest, IncomingStartBecomesARegisteredCalleeCallAndReachesTheDelegates
     EXPECT_TRUE(events.empty()) << "nothing runs before the queue does";
     run();
 
-    ASSERT_EQ(events, std::vector<std::string>{"didReceiveStartCall"});
+    ASSERT_EQ(events, Strings{"didReceiveStartCall"});
     auto call = eventCalls[0];
     EXPECT_EQ(call, QXVCMain::getCallWithCallId(callId));
-    EXPECT_EQ(call->myRole(), QXVCRoleCallee);
-    EXPECT_EQ(call->state(), QXVCStateConnecting);
-    EXPECT_EQ(call->caller()->userId(), "bob");
-    EXPECT_EQ(call->channelUrl(), kPrivate);
-    // The callee's own TURN credentials: "<expiry>:alice".
-    auto servers = call->iceServers();
-    ASSERT_TRUE(servers && servers->size() == 1);
-    EXPECT_NE((*servers)[0]->username().value_or("").find(":alice"), std::string::npos);
+    EXPECT_EQ(std::tuple(call->myRole(), call->state()),
+              std::tuple(QXVCRoleCallee, QXVCStateConnecting));
+    EXPECT_EQ(call->caller()->userId() + " in " + call->channelUrl(), "bob in alice-bob");
+    EXPECT_THAT(turnUsername(call), ::testing::EndsWith(":alice")) << "the callee's own";
     EXPECT_EQ(QXVCMain::getActiveCall(), nullptr) << "an incoming call owns nothing yet";
     EXPECT_TRUE(logged("[QXVC] The call message is duplicated."));
 }
@@ -43,47 +25,42 @@ TEST_F(FlowTest, TheLatestThousandDistinctIdsAreKept) {
     for (int64_t id = 1; id <= 1000; ++id) {
         ASSERT_FALSE(QXVCMain::isProcessedMessage(id));
     }
-    EXPECT_TRUE(QXVCMain::isProcessedMessage(1));
-    EXPECT_TRUE(QXVCMain::isProcessedMessage(1000));
-    EXPECT_FALSE(QXVCMain::isProcessedMessage(1001));  // evicts 1
-    EXPECT_FALSE(QXVCMain::isProcessedMessage(1));     // new again, evicts 2
-    EXPECT_FALSE(QXVCMain::isProcessedMessage(2));
-    EXPECT_TRUE(QXVCMain::isProcessedMessage(4));
+    // 1001 evicts 1, which is new again and evicts 2.
+    std::vector<bool> seen;
+    for (int64_t id : {1, 1000, 1001, 1, 2, 4}) {
+        seen.push_back(QXVCMain::isProcessedMessage(id));
+    }
+    EXPECT_EQ(seen, (std::vector<bool>{true, true, false, false, false, true}));
 }
 
 TEST_F(FlowTest, OwnStartComingBackAndRepeatedStartOfAKnownCall) {
+    auto deliver = [](const std::string& data, int64_t id) {
+        return QXVCMain::sharedInstance()->handleCallMessage(
+            QXVCMessageParser::parseMessageData(data, id), id, kPrivate);
+    };
     // Alice's own start, as another device of hers would deliver it.
-    auto own = std::dynamic_pointer_cast<QXVCStartCallMessage>(QXVCMessageParser::parseMessageData(
-        R"(STCA{"call_id":"own-1","type":"start","caller":{"user_id":"alice"},)"
-        R"("callee":{"user_id":"bob"}})",
-        900));
-    ASSERT_TRUE(own);
-    EXPECT_TRUE(QXVCMain::sharedInstance()->handleCallMessage(own, 900, kPrivate));
+    EXPECT_TRUE(deliver(R"(STCA{"call_id":"own-1","type":"start","caller":{"user_id":"alice"},)"
+                        R"("callee":{"user_id":"bob"}})",
+                        900));
     run();
     EXPECT_EQ(QXVCMain::getCallWithCallId("own-1"), nullptr);
     EXPECT_TRUE(events.empty());
 
     // The same call id under a new message id: a new call replaces the first.
-    auto theirs = QXVCMessageParser::parseMessageData(
-        R"(STCA{"call_id":"c-2","type":"start","caller":{"user_id":"bob"}})", 901);
-    QXVCMain::sharedInstance()->handleCallMessage(theirs, 901, kPrivate);
+    const std::string theirs = R"(STCA{"call_id":"c-2","type":"start","caller":{"user_id":"bob"}})";
+    deliver(theirs, 901);
     auto first = QXVCMain::getCallWithCallId("c-2");
-    auto again = QXVCMessageParser::parseMessageData(
-        R"(STCA{"call_id":"c-2","type":"start","caller":{"user_id":"bob"}})", 902);
-    QXVCMain::sharedInstance()->handleCallMessage(again, 902, kPrivate);
+    deliver(theirs, 902);
     run();
     EXPECT_EQ(count("didReceiveStartCall"), 2);
     EXPECT_NE(QXVCMain::getCallWithCallId("c-2"), first);
 }
 
 TEST_F(FlowTest, OfferBeforeTheViewsAreReadyWaitsAQuarterSecondThenAnswers) {
-    auto options = QXVCCallOptions::initWithChannelUrl(kPrivate);
-    QXVCMain::startCallWithAudioOnly(false, options, nullptr);
+    aliceStarts();
     run();
     auto call = QXVCMain::getActiveCall();
-    ASSERT_TRUE(call);
-    ASSERT_TRUE(call->startCallTimer());
-    events.clear();
+    ASSERT_TRUE(call && call->startCallTimer());
 
     sendOffer(call->callId());
     run();
@@ -99,8 +76,7 @@ TEST_F(FlowTest, OfferBeforeTheViewsAreReadyWaitsAQuarterSecondThenAnswers) {
 }
 
 TEST_F(FlowTest, OfferWithReadyViewsIsAnsweredAtOnceButOnlyByTheActiveCall) {
-    auto options = QXVCCallOptions::initWithChannelUrl(kPrivate);
-    QXVCMain::startCallWithAudioOnly(false, options, nullptr);
+    aliceStarts();
     run();
     auto call = QXVCMain::getActiveCall();
     ASSERT_TRUE(call);
@@ -132,8 +108,6 @@ TEST_F(FlowTest, AnswerCandidatesAndUpdatesReachOnlyTheActiveCall) {
     std::string carolsCall = startFrom("carol", kWithCarol);
     run();
     auto call = acceptIncoming(callId);
-    lastConnection()->completeAll();
-    run();
     ASSERT_EQ(receivedBy().back(), "SGNL offer");
     auto connection = lastConnection();
     ASSERT_TRUE(call->offerTimer());
@@ -156,17 +130,16 @@ TEST_F(FlowTest, AnswerCandidatesAndUpdatesReachOnlyTheActiveCall) {
     run();
 
     EXPECT_EQ(call->offerTimer(), nullptr);
-    ASSERT_EQ(connection->remoteDescriptionsSet().size(), 1u);
-    EXPECT_EQ(connection->remoteDescriptionsSet()[0]->sdp(), "v=0 answer");
-    EXPECT_EQ(connection->remoteDescriptionsSet()[0]->type(), RTCSdpTypeAnswer);
+    const auto remote = connection->remoteDescriptionsSet();
+    ASSERT_EQ(remote.size(), 1u);
+    EXPECT_EQ(std::tuple(remote[0]->type(), remote[0]->sdp()),
+              std::tuple(RTCSdpTypeAnswer, std::string("v=0 answer")));
     ASSERT_EQ(connection->addedCandidates().size(), 1u);
     EXPECT_EQ(connection->addedCandidates()[0]->sdp(),
               "candidate:1 1 udp 2 127.0.0.1 5000 typ relay");
     // Bob is the caller here, so the caller's flags change.
-    EXPECT_FALSE(call->caller()->isAudioEnabled());
-    EXPECT_FALSE(call->caller()->isVideoEnabled());
-    EXPECT_EQ(count("didOpponentAudioStateChange"), 1);
-    EXPECT_EQ(count("didOpponentVideoStateChange"), 1);
+    EXPECT_FALSE(call->caller()->isAudioEnabled() || call->caller()->isVideoEnabled());
+    EXPECT_EQ(count("didOpponentAudioStateChange") + count("didOpponentVideoStateChange"), 2);
     EXPECT_TRUE(QXVCMain::getCallWithCallId(carolsCall)->caller()->isAudioEnabled());
 }
 
@@ -174,8 +147,6 @@ TEST_F(FlowTest, AnswerThatCannotBeAppliedEndsTheCallWithTheUnknownType) {
     std::string callId = startFrom("bob");
     run();
     acceptIncoming(callId);
-    lastConnection()->completeAll();
-    run();
     sendSignal(callId, "answer", {{"sdp", QXVCUtils::compressString(std::string("bad"))}});
     run();
     ASSERT_TRUE(
@@ -188,8 +159,6 @@ TEST_F(FlowTest, EndOfTheActiveCallClearsItAndEndOfAnUnknownCallIsStillReported)
     std::string callId = startFrom("bob");
     run();
     auto call = acceptIncoming(callId);
-    lastConnection()->completeAll();
-    run();
     ASSERT_TRUE(QXVCMain::isCalling());
     sendEnd(callId, "end");
     run();
@@ -204,10 +173,10 @@ TEST_F(FlowTest, EndOfTheActiveCallClearsItAndEndOfAnUnknownCallIsStillReported)
     events.clear();
     sendEnd("never-seen", "timeout");
     run();
-    ASSERT_EQ(events, std::vector<std::string>{"didReceiveEndCall"});
-    EXPECT_EQ(eventCalls.back()->callId(), "never-seen");
-    EXPECT_EQ(eventCalls.back()->state(), QXVCStateClosed);
-    EXPECT_EQ(eventCalls.back()->endType(), QXVCEndTypeTimeout);
+    ASSERT_EQ(events, Strings{"didReceiveEndCall"});
+    const auto& ended = eventCalls.back();
+    EXPECT_EQ(std::tuple(ended->callId(), ended->state(), ended->endType()),
+              std::tuple(std::string("never-seen"), QXVCStateClosed, QXVCEndTypeTimeout));
     EXPECT_EQ(QXVCMain::getCallWithCallId("never-seen"), nullptr) << "registered, then cleared";
 }
 
@@ -219,13 +188,15 @@ TEST_F(FlowTest, RenderingTypeOfChatAndCallMessages) {
     auto plain = std::make_shared<QXDUserMessage>(1, kPrivate, "hi", "", "", nullptr);
     auto startAsChat =
         std::make_shared<QXDUserMessage>(2, kPrivate, "hi", "CHAT", start->data(), nullptr);
-    EXPECT_EQ(QXVCMain::getRenderingMessageType(start), QXVCRenderingMessageTypeStart);
-    EXPECT_EQ(QXVCMain::getRenderingMessageType(end), QXVCRenderingMessageTypeEnd);
     EXPECT_EQ(offer->customType(), "QX_VIDEOCHAT_" + callId);
-    EXPECT_EQ(QXVCMain::getRenderingMessageType(offer), QXVCRenderingMessageTypeNotRender);
-    EXPECT_EQ(QXVCMain::getRenderingMessageType(plain), QXVCRenderingMessageTypeChat);
-    EXPECT_EQ(QXVCMain::getRenderingMessageType(startAsChat), QXVCRenderingMessageTypeChat);
-    EXPECT_EQ(QXVCMain::getRenderingMessageType(nullptr), QXVCRenderingMessageTypeChat);
+    std::vector<QXVCRenderingMessageType> types;
+    for (const auto& message :
+         std::vector<QXDBaseMessagePtr>{start, end, offer, plain, startAsChat, nullptr}) {
+        types.push_back(QXVCMain::getRenderingMessageType(message));
+    }
+    EXPECT_EQ(types, (std::vector{QXVCRenderingMessageTypeStart, QXVCRenderingMessageTypeEnd,
+                                  QXVCRenderingMessageTypeNotRender, QXVCRenderingMessageTypeChat,
+                                  QXVCRenderingMessageTypeChat, QXVCRenderingMessageTypeChat}));
     // Nothing was recorded: the messages still count as new for the intake.
     EXPECT_FALSE(QXVCMain::isProcessedMessage(start->messageId()));
 }

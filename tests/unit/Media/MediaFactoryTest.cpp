@@ -1,10 +1,6 @@
 // The coordinator's audio session and shared media objects, on the fake engine
 // and a manual main queue.
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <string>
-#include <vector>
 
 #include "VelmorinVideoChat/QXVCMain.h"
 #include "VelmorinVideoChat/QXVCTypesInternal.h"
@@ -40,21 +36,18 @@ class MediaFactoryTest : public CoordinatorTest {
 TEST_F(MediaFactoryTest, ConfigSetsUpTheAudioSessionBeforePreparingTheVideoDevice) {
     QXVCMain::config();
     auto entries = rtc->context()->entries();
-    auto configured =
-        std::find(entries.begin(), entries.end(), "audioSession.unlockForConfiguration()");
     auto factory = std::find_if(entries.begin(), entries.end(), [](const std::string& e) {
         return e.rfind("platform.peerConnectionFactory(", 0) == 0;
     });
-    ASSERT_NE(configured, entries.end());
     ASSERT_NE(factory, entries.end());
-    EXPECT_LT(configured, factory);
+    const long configured = rtc->context()->indexOf("audioSession.unlockForConfiguration()");
+    EXPECT_TRUE(configured >= 0 && configured < factory - entries.begin());
     EXPECT_NE(QXVCMain::getCameraVideoCapturer(), nullptr);
 }
 
 TEST_F(MediaFactoryTest, GettersAreNilUntilPreparedThenReturnTheSameWiredSet) {
-    EXPECT_EQ(QXVCMain::getPeerConnectionFactory(), nullptr);
-    EXPECT_EQ(QXVCMain::getVideoSource(), nullptr);
-    EXPECT_EQ(QXVCMain::getCameraVideoCapturer(), nullptr);
+    EXPECT_FALSE(QXVCMain::getPeerConnectionFactory() || QXVCMain::getVideoSource() ||
+                 QXVCMain::getCameraVideoCapturer());
     EXPECT_TRUE(rtc->factories().empty()) << "getters must never create anything";
 
     QXVCMain::prepareVideoDevice();
@@ -69,8 +62,7 @@ TEST_F(MediaFactoryTest, GettersAreNilUntilPreparedThenReturnTheSameWiredSet) {
     ASSERT_EQ(fakeFactory->videoSources().size(), 1u);
     EXPECT_EQ(fakeFactory->videoSources()[0], source);
     EXPECT_EQ(QXVCMain::getCameraVideoCapturer()->delegate().lock(), source);
-    ASSERT_NE(fakeFactory->decoderFactory(), nullptr);
-    ASSERT_NE(fakeFactory->encoderFactory()->preferredCodec(), nullptr);
+    ASSERT_TRUE(fakeFactory->decoderFactory() && fakeFactory->encoderFactory()->preferredCodec());
     EXPECT_EQ(fakeFactory->encoderFactory()->preferredCodec()->name(), kRTCVideoCodecVp8Name);
 }
 
@@ -103,7 +95,7 @@ TEST_F(MediaFactoryTest, ConfigureAudioSessionAppliesMultiRouteVoiceChatInactive
                                   "AVAudioSessionModeVoiceChat,active=0)",
                                   "audioSession.unlockForConfiguration()"}));
     EXPECT_FALSE(session->isActive());
-    EXPECT_EQ(printed(), (std::vector<std::string>{"[QXVC] Audio session configured"}));
+    EXPECT_EQ(printed(), std::vector<std::string>{"[QXVC] Audio session configured"});
 
     // Errors from the session are ignored, and the lock is still released.
     session->setFailsChanges(true);
@@ -134,9 +126,9 @@ TEST_F(MediaFactoryTest, SpeakerRoutesOnTheMainQueueInOrderAndProximityStaysOn) 
     const auto session = rtc->fakeAudioSession();
     QXVCMain::stopSpeaker();
     QXVCMain::startSpeaker();
-    EXPECT_TRUE(session->portOverrides().empty()) << "nothing happens before the main queue runs";
-    EXPECT_TRUE(printed().empty());
-    EXPECT_FALSE(rtc->isProximityMonitoringEnabled());
+    EXPECT_TRUE(session->portOverrides().empty() && printed().empty() &&
+                !rtc->isProximityMonitoringEnabled())
+        << "nothing happens before the main queue runs";
 
     main->runUntilIdle();
     using Override = std::pair<AVAudioSessionPortOverride, bool>;
@@ -147,8 +139,7 @@ TEST_F(MediaFactoryTest, SpeakerRoutesOnTheMainQueueInOrderAndProximityStaysOn) 
     EXPECT_TRUE(rtc->isProximityMonitoringEnabled()) << "startSpeaker leaves proximity on";
     EXPECT_EQ(rtc->proximityHistory(), (std::vector<bool>{true}));
     // The play-and-record configuration is built but never applied.
-    EXPECT_TRUE(session->appliedConfigurations().empty());
-    EXPECT_FALSE(session->isLocked());
+    EXPECT_TRUE(session->appliedConfigurations().empty() && !session->isLocked());
     EXPECT_EQ(printed(),
               (std::vector<std::string>{"[QXVC] Speaker stopped.", "[QXVC] Speaker started."}));
 
@@ -162,11 +153,10 @@ TEST_F(MediaFactoryTest, WithoutAnEngineEverythingIsANoOp) {
     ASSERT_NE(QXVCMain::getPeerConnectionFactory(), nullptr);
     FakeRTCPlatform::uninstall();
 
-    QXVCMain::configureAudioSession();
-    QXVCMain::startAudio();
-    QXVCMain::stopAudio();
-    QXVCMain::startSpeaker();
-    QXVCMain::stopSpeaker();
+    for (auto step : {&QXVCMain::configureAudioSession, &QXVCMain::startAudio, &QXVCMain::stopAudio,
+                      &QXVCMain::startSpeaker, &QXVCMain::stopSpeaker}) {
+        step();
+    }
     main->runUntilIdle();
     EXPECT_TRUE(QXVCMain::getCameraDeviceList().empty());
     EXPECT_TRUE(QXVCDeviceUtils::availableVideoCodecs().empty());
@@ -175,8 +165,7 @@ TEST_F(MediaFactoryTest, WithoutAnEngineEverythingIsANoOp) {
 
     // Preparing again replaces the set with an empty one.
     QXVCMain::prepareVideoDevice();
-    EXPECT_EQ(QXVCMain::getPeerConnectionFactory(), nullptr);
-    EXPECT_EQ(QXVCMain::getCameraVideoCapturer(), nullptr);
+    EXPECT_FALSE(QXVCMain::getPeerConnectionFactory() || QXVCMain::getCameraVideoCapturer());
 }
 
 }  // namespace

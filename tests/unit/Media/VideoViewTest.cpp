@@ -1,16 +1,14 @@
 // The remote and local video views.
-#include <gtest/gtest.h>
+#include <png.h>
 
 #include <atomic>
 #include <cstdio>
 #include <mutex>
 #include <thread>
-#include <vector>
 
 #include "VelmorinVideoChat/View/QXVCLocalVideoView.h"
 #include "VelmorinVideoChat/View/QXVCRemoteVideoView.h"
 #include "support/FakeRTCCapture.h"
-#include "unit/Media/PngReader.h"
 
 namespace {
 
@@ -74,17 +72,20 @@ TEST(RemoteVideoViewTest, WritesTheLatestFrameAsPngAndContentModeChangesNothing)
     EXPECT_EQ(view->latestFramePNG(), before);
 
     ASSERT_TRUE(view->writeLatestFrameToPNG(path));
-    const auto img = pngtest::decode(pngtest::readFile(path));
+    png_image image{};  // read back with libpng, as RGB8
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_file(&image, path.c_str())) << image.message;
+    image.format = PNG_FORMAT_RGB;
+    std::vector<uint8_t> rgb(PNG_IMAGE_SIZE(image));
+    ASSERT_TRUE(png_image_finish_read(&image, nullptr, rgb.data(), 0, nullptr)) << image.message;
     std::remove(path.c_str());
-    ASSERT_TRUE(img.ok) << img.error;
-    EXPECT_EQ(img.width, 7u);
-    EXPECT_EQ(img.height, 5u);
-    // Left columns black, right columns white, all rows alike.
+    EXPECT_EQ(std::tuple(image.width, image.height), std::tuple(7u, 5u));
+    // Three columns black, four white, all rows alike.
+    std::vector<uint8_t> row(9, 0);
+    row.resize(21, 255);
     for (uint32_t y = 0; y < 5; ++y) {
-        const size_t row = size_t{y} * 7 * 3;
-        EXPECT_EQ(img.rgb[row], 0) << "row " << y;
-        EXPECT_EQ(img.rgb[row + 6 * 3], 255) << "row " << y;
-        EXPECT_EQ(img.rgb[row + 6 * 3 + 1], 255) << "row " << y;
+        EXPECT_EQ(std::vector<uint8_t>(rgb.begin() + y * 21, rgb.begin() + y * 21 + 21), row)
+            << "row " << y;
     }
 
     EXPECT_FALSE(view->writeLatestFrameToPNG("/nonexistent-dir/x.png"));
@@ -125,11 +126,9 @@ TEST(LocalVideoViewTest, PreviewsTheCaptureSessionItIsGiven) {
     view->setCaptureSession(capturer.captureSession());  // twice: still one preview
     EXPECT_EQ(capturer.fakeSession()->previewRenderers().size(), 1u);
 
-    ASSERT_TRUE(capturer.captureFrame());
-    ASSERT_TRUE(capturer.captureFrame());
+    ASSERT_TRUE(capturer.captureFrame() && capturer.captureFrame());
     EXPECT_EQ(view->previewFrameCount(), 2u);
-    ASSERT_NE(view->latestPreviewFrame(), nullptr);
-    EXPECT_EQ(view->latestPreviewFrame()->width(), 640);
+    EXPECT_EQ(view->latestPreviewFrame() ? view->latestPreviewFrame()->width() : 0, 640);
 
     view->setCaptureSession(nullptr);
     EXPECT_TRUE(capturer.fakeSession()->previewRenderers().empty());

@@ -1,9 +1,7 @@
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
-#include <vector>
+#include <numeric>
 
 #include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
 
@@ -48,11 +46,10 @@ TEST(SerialQueue, RunsTasksInOrderOnItsOwnThreadNeverInline) {
     q->sync([] {});
     EXPECT_TRUE(sawCurrent);
     EXPECT_FALSE(q->isCurrent());
+    std::vector<int> expected(100);
+    std::iota(expected.begin(), expected.end(), 0);
     std::lock_guard lock(m);
-    ASSERT_EQ(order.size(), 100u);
-    for (int i = 0; i < 100; ++i) {
-        EXPECT_EQ(order[static_cast<size_t>(i)], i);
-    }
+    EXPECT_EQ(order, expected);
 }
 
 TEST(SerialQueue, CancelledTimerNeverFiresAndLiveOneDoes) {

@@ -1,7 +1,5 @@
 // The chat service with a store: what it tells the store, and starting again
 // from what the store kept.
-#include <gtest/gtest.h>
-
 #include "VelmorinService/ChatService.h"
 #include "VelmorinService/ChatStore.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
@@ -75,13 +73,11 @@ TEST(ChatServiceStoreTest, AMessageTheStoreCannotKeepIsNeitherAcknowledgedNorDel
     store->refuseMessages = true;
     auto refused = send(*service, "lost");
     EXPECT_EQ(refused.value, nullptr);
-    ASSERT_TRUE(refused.error);
-    EXPECT_EQ(refused.error->code(), QXDErrorRequestFailed);
+    EXPECT_EQ(refused.error ? refused.error->code() : 0, QXDErrorRequestFailed);
     EXPECT_EQ(delivered, 0);
     EXPECT_TRUE(service->messages("alice", "ab").value.empty());
 
     store->refuseMessages = false;
-    auto kept = send(*service, "kept");
-    ASSERT_TRUE(kept.value);
+    EXPECT_TRUE(send(*service, "kept").value);
     EXPECT_EQ(delivered, 1);
 }

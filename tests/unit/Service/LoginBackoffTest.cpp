@@ -1,6 +1,4 @@
 // The delays of the login back-off, on a clock the test moves.
-#include <gtest/gtest.h>
-
 #include "VelmorinService/LoginBackoff.h"
 
 using namespace std::chrono_literals;
