@@ -135,15 +135,19 @@ long PhoneCallTest::remoteFrames(PhoneProcess& phone) {
     return stats ? stats->number("frames") : -1;
 }
 
-bool PhoneCallTest::framesGrowBeyond(PhoneProcess& phone, long frames, double seconds) {
+bool PhoneCallTest::eventually(double seconds, const std::function<bool()>& done) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     while (std::chrono::steady_clock::now() < deadline) {
-        if (remoteFrames(phone) > frames) {
+        if (done()) {
             return true;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
     }
     return false;
+}
+
+bool PhoneCallTest::framesGrowBeyond(PhoneProcess& phone, long frames, double seconds) {
+    return eventually(seconds, [&] { return remoteFrames(phone) > frames; });
 }
 
 void PhoneCallTest::endCall(PhoneProcess& ender, PhoneProcess& other, const std::string& endType) {

@@ -265,39 +265,13 @@ class CallEngineIntegrationTest : public ::testing::Test {
     /// own TURN credentials (the caller's or the callee's).
     void makeRemote(bool bobIsCaller) {
         const QXVCStartCallMessage& start = *start_;
-        caller_ = std::make_shared<GStreamerPeer>();
-        caller_->name = "bob";
-        auto factory = engine_->peerConnectionFactory(nullptr, nullptr);
-        caller_->pc = std::dynamic_pointer_cast<RTCGstPeerConnection>(
-            factory->peerConnectionWithConfiguration(
-                GStreamerRelayConfiguration(
-                    start.turnServer(),
-                    (bobIsCaller ? start.callerUsername() : start.calleeUsername()).value_or(""),
-                    (bobIsCaller ? start.callerPassword() : start.calleePassword()).value_or("")),
-                nullptr, caller_));
-        ASSERT_TRUE(caller_->pc);
-        caller_->videoSource = factory->videoSource();
-        caller_->capturer = engine_->cameraVideoCapturer(caller_->videoSource);
-        auto device = engine_->captureDevices().back();
-        RTCCaptureDeviceFormatPtr format;
-        for (const auto& f : RTCCameraVideoCapturer::supportedFormatsForDevice(device)) {
-            if (f->width() == 640 && f->height() == 480) {
-                format = f;
-            }
-        }
-        caller_->capturer->startCaptureWithDevice(device, format, 30, nullptr);
-        caller_->audioTrack =
-            factory->audioTrackWithSource(factory->audioSourceWithConstraints(nullptr), "ARDAMSa0");
-        caller_->videoTrack = factory->videoTrackWithSource(caller_->videoSource, "ARDAMSv0");
-        caller_->pc->addTrack(caller_->audioTrack, {"ARDAMS"});
-        caller_->pc->addTrack(caller_->videoTrack, {"ARDAMS"});
-        for (const auto& transceiver : caller_->pc->transceivers()) {
-            auto remote =
-                std::dynamic_pointer_cast<RTCVideoTrack>(transceiver->receiver()->track());
-            if (transceiver->mediaType() == RTCRtpMediaTypeVideo && remote) {
-                remote->addRenderer(caller_->remoteRenderer);
-            }
-        }
+        caller_ = GStreamerMakePeer(
+            engine_,
+            {start.turnServer(),
+             (bobIsCaller ? start.callerUsername() : start.calleeUsername()).value_or(""),
+             (bobIsCaller ? start.callerPassword() : start.calleePassword()).value_or("")},
+            "bob", AVCaptureDevicePositionBack);
+        ASSERT_TRUE(caller_);
     }
 
     /// Bob sends `command` in the call with `body`.

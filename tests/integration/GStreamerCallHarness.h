@@ -130,6 +130,9 @@ std::string GStreamerTamperedFingerprints(std::string sdp);
 size_t GStreamerOpenDescriptors();
 size_t GStreamerThreads();
 
-/// A configuration as calls make it: relay only, Unified Plan, a fresh certificate.
-RTCConfigurationPtr GStreamerRelayConfiguration(const std::string& url, const std::string& username,
-                                                const std::string& password);
+/// One side with audio and video from the test camera at `position`, relay only through
+/// `options`' TURN server, its remote video counted; nullptr when no connection was made.
+std::shared_ptr<GStreamerPeer> GStreamerMakePeer(const std::shared_ptr<RTCGstPlatform>& platform,
+                                                 const GStreamerCallOptions& options,
+                                                 const char* name,
+                                                 AVCaptureDevicePosition position);
