@@ -36,11 +36,8 @@ void PhoneCallTest::TearDown() {
             secrets.push_back(turnSecret);
             for (const auto& entry : std::filesystem::directory_iterator(workDir_)) {
                 const auto name = entry.path().filename().string();
-                if (name.rfind("phone-", 0) != 0) {
-                    continue;
-                }
                 std::ifstream in(entry.path());
-                for (std::string line; std::getline(in, line);) {
+                for (std::string line; name.rfind("phone-", 0) == 0 && std::getline(in, line);) {
                     for (const auto& secret : secrets) {
                         EXPECT_TRUE(secret.empty() || line.find(secret) == std::string::npos)
                             << name << " shows a TURN credential: " << line;

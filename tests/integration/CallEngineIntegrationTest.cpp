@@ -126,11 +126,8 @@ class CallEngineIntegrationTest : public ::testing::Test {
     }
 
     void TearDown() override {
-        if (caller_ && caller_->pc) {
-            caller_->pc->close();
-        }
-        if (caller_ && caller_->capturer) {
-            caller_->capturer->stopCaptureWithCompletionHandler(nullptr);
+        if (caller_) {
+            caller_->close();
         }
         QXVCMain::resetForTesting();
         QXVCCallManager::removeAllForTesting();
@@ -237,17 +234,9 @@ class CallEngineIntegrationTest : public ::testing::Test {
 
     /// Bob makes his offer or answer, applies it and sends it to alice.
     void bobSendsDescription(bool offer, bool forged) {
-        auto made = std::make_shared<std::promise<RTCSessionDescriptionPtr>>();
-        auto handler = [made](RTCSessionDescriptionPtr sdp, QXDErrorPtr) { made->set_value(sdp); };
-        if (offer) {
-            caller_->pc->offerForConstraints(nullptr, handler);
-        } else {
-            caller_->pc->answerForConstraints(nullptr, handler);
-        }
-        auto future = made->get_future();
-        ASSERT_EQ(future.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-        auto description = future.get();
-        ASSERT_TRUE(description);
+        std::string error;
+        auto description = GStreamerDescribe(*caller_->pc, offer, error);
+        ASSERT_TRUE(description) << error;
         caller_->pc->setLocalDescription(description, nullptr);
         if (offer) {
             tradeCandidates();

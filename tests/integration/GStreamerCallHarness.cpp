@@ -198,11 +198,11 @@ std::shared_ptr<GStreamerPeer> GStreamerMakePeer(const std::shared_ptr<RTCGstPla
     }
     RTCCaptureDeviceFormatPtr format;
     for (const auto& f : RTCCameraVideoCapturer::supportedFormatsForDevice(device)) {
-        if (f->width() == options.width && f->height() == options.height) {
+        if (f->width() == 640 && f->height() == 480) {
             format = f;
         }
     }
-    peer->capturer->startCaptureWithDevice(device, format, options.fps, nullptr);
+    peer->capturer->startCaptureWithDevice(device, format, 30, nullptr);
     peer->audioTrack =
         factory->audioTrackWithSource(factory->audioSourceWithConstraints(nullptr), "ARDAMSa0");
     peer->videoTrack = factory->videoTrackWithSource(peer->videoSource, "ARDAMSv0");
@@ -227,8 +227,10 @@ RTCMediaConstraintsPtr receiveBoth() {
         std::nullopt);
 }
 
-/// Asks `pc` for an offer or answer and waits for it; nullptr with `error` set when none came.
-RTCSessionDescriptionPtr describe(RTCGstPeerConnection& pc, bool offer, std::string& error) {
+}  // namespace
+
+RTCSessionDescriptionPtr GStreamerDescribe(RTCGstPeerConnection& pc, bool offer,
+                                           std::string& error) {
     auto made = std::make_shared<std::promise<std::pair<RTCSessionDescriptionPtr, QXDErrorPtr>>>();
     auto handler = [made](RTCSessionDescriptionPtr sdp, QXDErrorPtr failure) {
         made->set_value({sdp, failure});
@@ -248,8 +250,6 @@ RTCSessionDescriptionPtr describe(RTCGstPeerConnection& pc, bool offer, std::str
     return sdp;
 }
 
-}  // namespace
-
 GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platform,
                                    const GStreamerCallOptions& options) {
     return start(platform, platform, options);
@@ -268,7 +268,7 @@ GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platfo
         return call;
     }
     call.offerRequestedAt = std::chrono::steady_clock::now();
-    auto offer = describe(*call.a->pc, true, call.error);
+    auto offer = GStreamerDescribe(*call.a->pc, true, call.error);
     if (!offer) {
         return call;
     }
@@ -276,7 +276,7 @@ GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platfo
     call.b->pc->setRemoteDescription(offer, nullptr);
     call.a->setCandidateSink(
         [pc = call.b->pc](const RTCIceCandidatePtr& c) { pc->addIceCandidate(c); });
-    auto answer = describe(*call.b->pc, false, call.error);
+    auto answer = GStreamerDescribe(*call.b->pc, false, call.error);
     if (!answer) {
         return call;
     }
@@ -299,15 +299,19 @@ GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platfo
     return call;
 }
 
+void GStreamerPeer::close() {
+    if (capturer) {
+        capturer->stopCaptureWithCompletionHandler(nullptr);
+    }
+    if (pc) {
+        pc->close();
+    }
+}
+
 void GStreamerCall::close() {
-    for (auto* peer : {&a, &b}) {
-        if (*peer) {
-            if ((*peer)->capturer) {
-                (*peer)->capturer->stopCaptureWithCompletionHandler(nullptr);
-            }
-            if ((*peer)->pc) {
-                (*peer)->pc->close();
-            }
+    for (const auto& peer : {a, b}) {
+        if (peer) {
+            peer->close();
         }
     }
 }

@@ -69,6 +69,8 @@ class GStreamerPeer final : public RTCPeerConnectionDelegate,
     std::chrono::steady_clock::time_point connectedAt() const;
     /// Where local candidates go (the other peer); until set they are kept.
     void setCandidateSink(std::function<void(const RTCIceCandidatePtr&)> sink);
+    /// Stops the capture and closes the peer connection.
+    void close();
 
     std::shared_ptr<RTCGstPeerConnection> pc;
     RTCVideoSourcePtr videoSource;
@@ -95,9 +97,6 @@ struct GStreamerCallOptions {
     std::string turnUrl;
     std::string username;
     std::string password;
-    int width = 640;
-    int height = 480;
-    int fps = 30;
     /// Changes the answer's fingerprint before the offerer applies it.
     bool tamperAnswerFingerprint = false;
 };
@@ -126,12 +125,17 @@ struct GStreamerCall {
 /// digit of every SHA-256 fingerprint is changed.
 std::string GStreamerTamperedFingerprints(std::string sdp);
 
+/// Asks `pc` for an offer (or an answer) for audio and video and waits for it; nullptr with
+/// `error` set when none came.
+RTCSessionDescriptionPtr GStreamerDescribe(RTCGstPeerConnection& pc, bool offer,
+                                           std::string& error);
+
 /// Open file descriptors and threads of this process.
 size_t GStreamerOpenDescriptors();
 size_t GStreamerThreads();
 
-/// One side with audio and video from the test camera at `position`, relay only through
-/// `options`' TURN server, its remote video counted; nullptr when no connection was made.
+/// One side with audio and 640x480 video at 30 fps from the test camera at `position`, relay only
+/// through `options`' TURN server, its remote video counted; nullptr when no connection was made.
 std::shared_ptr<GStreamerPeer> GStreamerMakePeer(const std::shared_ptr<RTCGstPlatform>& platform,
                                                  const GStreamerCallOptions& options,
                                                  const char* name,
