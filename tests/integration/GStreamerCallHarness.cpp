@@ -172,6 +172,21 @@ RTCConfigurationPtr relayConfiguration(const GStreamerCallOptions& options) {
 
 }  // namespace
 
+std::pair<RTCCaptureDevicePtr, RTCCaptureDeviceFormatPtr> GStreamerCamera(
+    RTCGstPlatform& platform, AVCaptureDevicePosition position, int width, int height) {
+    for (const auto& device : platform.captureDevices()) {
+        if (device->position() == position) {
+            for (const auto& format : device->formats()) {
+                if (format->width() == width && format->height() == height) {
+                    return {device, format};
+                }
+            }
+            return {device, nullptr};
+        }
+    }
+    return {};
+}
+
 std::shared_ptr<GStreamerPeer> GStreamerMakePeer(const std::shared_ptr<RTCGstPlatform>& platform,
                                                  const GStreamerCallOptions& options,
                                                  const char* name,
@@ -190,18 +205,7 @@ std::shared_ptr<GStreamerPeer> GStreamerMakePeer(const std::shared_ptr<RTCGstPla
     }
     peer->videoSource = factory->videoSource();
     peer->capturer = platform->cameraVideoCapturer(peer->videoSource);
-    RTCCaptureDevicePtr device;
-    for (const auto& candidate : platform->captureDevices()) {
-        if (!device && candidate->position() == position) {
-            device = candidate;
-        }
-    }
-    RTCCaptureDeviceFormatPtr format;
-    for (const auto& f : RTCCameraVideoCapturer::supportedFormatsForDevice(device)) {
-        if (f->width() == 640 && f->height() == 480) {
-            format = f;
-        }
-    }
+    auto [device, format] = GStreamerCamera(*platform, position, 640, 480);
     peer->capturer->startCaptureWithDevice(device, format, 30, nullptr);
     peer->audioTrack =
         factory->audioTrackWithSource(factory->audioSourceWithConstraints(nullptr), "ARDAMSa0");

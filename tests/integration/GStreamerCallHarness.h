@@ -134,6 +134,10 @@ RTCSessionDescriptionPtr GStreamerDescribe(RTCGstPeerConnection& pc, bool offer,
 size_t GStreamerOpenDescriptors();
 size_t GStreamerThreads();
 
+/// The first camera of `platform` at `position`, with its `width`x`height` format when it has one.
+std::pair<RTCCaptureDevicePtr, RTCCaptureDeviceFormatPtr> GStreamerCamera(
+    RTCGstPlatform& platform, AVCaptureDevicePosition position, int width, int height);
+
 /// One side with audio and 640x480 video at 30 fps from the test camera at `position`, relay only
 /// through `options`' TURN server, its remote video counted; nullptr when no connection was made.
 std::shared_ptr<GStreamerPeer> GStreamerMakePeer(const std::shared_ptr<RTCGstPlatform>& platform,

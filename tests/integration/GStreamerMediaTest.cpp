@@ -79,19 +79,8 @@ TEST_F(GStreamerMediaTest, SenderBitrateCapReachesTheEncoder) {
 TEST_F(GStreamerMediaTest, CameraSwitchesInPlaceAndTheFarSideSeesTheNewSize) {
     auto& a = *call_.a;
     auto& b = *call_.b;
-    RTCCaptureDevicePtr back;
-    for (const auto& device : platform_->captureDevices()) {
-        if (device->position() == AVCaptureDevicePositionBack) {
-            back = device;
-        }
-    }
+    auto [back, hd] = GStreamerCamera(*platform_, AVCaptureDevicePositionBack, 1280, 720);
     ASSERT_NE(back, nullptr);
-    RTCCaptureDeviceFormatPtr hd;
-    for (const auto& format : back->formats()) {
-        if (format->width() == 1280 && format->height() == 720) {
-            hd = format;
-        }
-    }
     std::atomic<bool> started{false};
     a.capturer->startCaptureWithDevice(back, hd, 15, [&](QXDErrorPtr error) { started = !error; });
     EXPECT_TRUE(started);
