@@ -1,5 +1,6 @@
 #include "GStreamerCallHarness.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <future>
 
@@ -113,6 +114,11 @@ bool GStreamerPeer::waitForConnection(RTCPeerConnectionState state, double secon
 std::vector<RTCIceConnectionState> GStreamerPeer::iceStates() const {
     std::lock_guard lock(mutex_);
     return ice_;
+}
+
+bool GStreamerPeer::sawIce(RTCIceConnectionState state) const {
+    std::lock_guard lock(mutex_);
+    return std::find(ice_.begin(), ice_.end(), state) != ice_.end();
 }
 
 std::vector<RTCPeerConnectionState> GStreamerPeer::connectionStates() const {

@@ -63,6 +63,8 @@ class GStreamerPeer final : public RTCPeerConnectionDelegate,
     bool waitForIce(RTCIceConnectionState state, double seconds);
     bool waitForConnection(RTCPeerConnectionState state, double seconds);
     std::vector<RTCIceConnectionState> iceStates() const;
+    /// Whether the ICE state was ever `state`.
+    bool sawIce(RTCIceConnectionState state) const;
     std::vector<RTCPeerConnectionState> connectionStates() const;
     std::vector<std::string> candidateLines() const;
     /// When the connection state first became Connected (epoch if never).
