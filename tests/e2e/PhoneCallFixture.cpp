@@ -36,11 +36,8 @@ void PhoneCallTest::TearDown() {
             secrets.push_back(turnSecret);
             for (const auto& entry : std::filesystem::directory_iterator(workDir_)) {
                 const auto name = entry.path().filename().string();
-                if (name.rfind("phone-", 0) != 0) {
-                    continue;
-                }
                 std::ifstream in(entry.path());
-                for (std::string line; std::getline(in, line);) {
+                for (std::string line; name.rfind("phone-", 0) == 0 && std::getline(in, line);) {
                     for (const auto& secret : secrets) {
                         EXPECT_TRUE(secret.empty() || line.find(secret) == std::string::npos)
                             << name << " shows a TURN credential: " << line;
@@ -135,15 +132,19 @@ long PhoneCallTest::remoteFrames(PhoneProcess& phone) {
     return stats ? stats->number("frames") : -1;
 }
 
-bool PhoneCallTest::framesGrowBeyond(PhoneProcess& phone, long frames, double seconds) {
+bool PhoneCallTest::eventually(double seconds, const std::function<bool()>& done) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     while (std::chrono::steady_clock::now() < deadline) {
-        if (remoteFrames(phone) > frames) {
+        if (done()) {
             return true;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
     }
     return false;
+}
+
+bool PhoneCallTest::framesGrowBeyond(PhoneProcess& phone, long frames, double seconds) {
+    return eventually(seconds, [&] { return remoteFrames(phone) > frames; });
 }
 
 void PhoneCallTest::endCall(PhoneProcess& ender, PhoneProcess& other, const std::string& endType) {

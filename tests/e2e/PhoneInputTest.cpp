@@ -18,33 +18,6 @@ struct Outcome {
     std::string output;  ///< stdout and stderr
 };
 
-Outcome runPhone(const std::vector<std::string>& args) {
-    char tmpl[] = "/tmp/velmorin-phone-input.XXXXXX";
-    const int fd = mkstemp(tmpl);
-    if (fd >= 0) {
-        close(fd);
-    }
-    ChildProcess::Setup setup;
-    setup.argv = {phoneBinary()};
-    setup.argv.insert(setup.argv.end(), args.begin(), args.end());
-    setup.logPath = tmpl;
-    std::string error;
-    auto process = ChildProcess::start(std::move(setup), error);
-    Outcome outcome;
-    if (!process) {
-        outcome.output = error;
-        return outcome;
-    }
-    outcome.status = process->waitExit(20);
-    process->stop();
-    std::ifstream in(tmpl);
-    std::stringstream text;
-    text << in.rdbuf();
-    outcome.output = text.str();
-    std::remove(tmpl);
-    return outcome;
-}
-
 std::string writeTemp(const std::string& content) {
     char tmpl[] = "/tmp/velmorin-phone-file.XXXXXX";
     const int fd = mkstemp(tmpl);
@@ -53,6 +26,28 @@ std::string writeTemp(const std::string& content) {
     }
     std::ofstream(tmpl) << content;
     return tmpl;
+}
+
+Outcome runPhone(const std::vector<std::string>& args) {
+    ChildProcess::Setup setup;
+    setup.argv = {phoneBinary()};
+    setup.argv.insert(setup.argv.end(), args.begin(), args.end());
+    setup.logPath = writeTemp("");
+    std::string error;
+    auto process = ChildProcess::start(setup, error);
+    Outcome outcome;
+    if (!process) {
+        outcome.output = error;
+        return outcome;
+    }
+    outcome.status = process->waitExit(20);
+    process->stop();
+    std::ifstream in(setup.logPath);
+    std::stringstream text;
+    text << in.rdbuf();
+    outcome.output = text.str();
+    std::remove(setup.logPath.c_str());
+    return outcome;
 }
 
 const std::vector<std::string> kValid = {"--server", "127.0.0.1:1", "--user",

@@ -126,11 +126,8 @@ class CallEngineIntegrationTest : public ::testing::Test {
     }
 
     void TearDown() override {
-        if (caller_ && caller_->pc) {
-            caller_->pc->close();
-        }
-        if (caller_ && caller_->capturer) {
-            caller_->capturer->stopCaptureWithCompletionHandler(nullptr);
+        if (caller_) {
+            caller_->close();
         }
         QXVCMain::resetForTesting();
         QXVCCallManager::removeAllForTesting();
@@ -237,17 +234,9 @@ class CallEngineIntegrationTest : public ::testing::Test {
 
     /// Bob makes his offer or answer, applies it and sends it to alice.
     void bobSendsDescription(bool offer, bool forged) {
-        auto made = std::make_shared<std::promise<RTCSessionDescriptionPtr>>();
-        auto handler = [made](RTCSessionDescriptionPtr sdp, QXDErrorPtr) { made->set_value(sdp); };
-        if (offer) {
-            caller_->pc->offerForConstraints(nullptr, handler);
-        } else {
-            caller_->pc->answerForConstraints(nullptr, handler);
-        }
-        auto future = made->get_future();
-        ASSERT_EQ(future.wait_for(std::chrono::seconds(20)), std::future_status::ready);
-        auto description = future.get();
-        ASSERT_TRUE(description);
+        std::string error;
+        auto description = GStreamerDescribe(*caller_->pc, offer, error);
+        ASSERT_TRUE(description) << error;
         caller_->pc->setLocalDescription(description, nullptr);
         if (offer) {
             tradeCandidates();
@@ -265,39 +254,13 @@ class CallEngineIntegrationTest : public ::testing::Test {
     /// own TURN credentials (the caller's or the callee's).
     void makeRemote(bool bobIsCaller) {
         const QXVCStartCallMessage& start = *start_;
-        caller_ = std::make_shared<GStreamerPeer>();
-        caller_->name = "bob";
-        auto factory = engine_->peerConnectionFactory(nullptr, nullptr);
-        caller_->pc = std::dynamic_pointer_cast<RTCGstPeerConnection>(
-            factory->peerConnectionWithConfiguration(
-                GStreamerRelayConfiguration(
-                    start.turnServer(),
-                    (bobIsCaller ? start.callerUsername() : start.calleeUsername()).value_or(""),
-                    (bobIsCaller ? start.callerPassword() : start.calleePassword()).value_or("")),
-                nullptr, caller_));
-        ASSERT_TRUE(caller_->pc);
-        caller_->videoSource = factory->videoSource();
-        caller_->capturer = engine_->cameraVideoCapturer(caller_->videoSource);
-        auto device = engine_->captureDevices().back();
-        RTCCaptureDeviceFormatPtr format;
-        for (const auto& f : RTCCameraVideoCapturer::supportedFormatsForDevice(device)) {
-            if (f->width() == 640 && f->height() == 480) {
-                format = f;
-            }
-        }
-        caller_->capturer->startCaptureWithDevice(device, format, 30, nullptr);
-        caller_->audioTrack =
-            factory->audioTrackWithSource(factory->audioSourceWithConstraints(nullptr), "ARDAMSa0");
-        caller_->videoTrack = factory->videoTrackWithSource(caller_->videoSource, "ARDAMSv0");
-        caller_->pc->addTrack(caller_->audioTrack, {"ARDAMS"});
-        caller_->pc->addTrack(caller_->videoTrack, {"ARDAMS"});
-        for (const auto& transceiver : caller_->pc->transceivers()) {
-            auto remote =
-                std::dynamic_pointer_cast<RTCVideoTrack>(transceiver->receiver()->track());
-            if (transceiver->mediaType() == RTCRtpMediaTypeVideo && remote) {
-                remote->addRenderer(caller_->remoteRenderer);
-            }
-        }
+        caller_ = GStreamerMakePeer(
+            engine_,
+            {start.turnServer(),
+             (bobIsCaller ? start.callerUsername() : start.calleeUsername()).value_or(""),
+             (bobIsCaller ? start.callerPassword() : start.calleePassword()).value_or("")},
+            "bob", AVCaptureDevicePositionBack);
+        ASSERT_TRUE(caller_);
     }
 
     /// Bob sends `command` in the call with `body`.
@@ -484,11 +447,7 @@ class TamperedPeerTest : public CallEngineIntegrationTest {
         ASSERT_TRUE(connection);
         EXPECT_EQ(connection->connectionState(), RTCPeerConnectionStateFailed);
         // Bob got through his own check and kept sending until he noticed.
-        EXPECT_TRUE(settle([&] {
-            auto states = caller_->iceStates();
-            return std::find(states.begin(), states.end(), RTCIceConnectionStateDisconnected) !=
-                   states.end();
-        }));
+        EXPECT_TRUE(settle([&] { return caller_->sawIce(RTCIceConnectionStateDisconnected); }));
         EXPECT_FALSE(events_.has("didOpenCall"));
         EXPECT_EQ(QXVCMain::getActiveCall(), call_);
 

@@ -28,8 +28,6 @@ bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
     return true;
 }
 
-// Server ----------------------------------------------------------------------
-
 InProcessServer::InProcessServer(uint16_t port, velmorin::LoginBackoff::Settings backoff) {
     velmorin::server::setLogLevel(velmorin::server::LogLevel::Warning);
     velmorin::ServiceSettings settings;
@@ -55,8 +53,6 @@ InProcessServer::InProcessServer(uint16_t port, velmorin::LoginBackoff::Settings
 InProcessServer::~InProcessServer() {
     server->stop();
 }
-
-// Raw client ------------------------------------------------------------------
 
 struct RawClient::Impl {
     net::io_context io;
@@ -95,16 +91,9 @@ bool RawClient::isOpen() const {
     return impl_->open;
 }
 
-void RawClient::sendText(const std::string& text) {
+void RawClient::send(const std::string& bytes, bool binary) {
     beast::error_code ec;
-    impl_->ws.text(true);
-    impl_->ws.write(net::buffer(text), ec);
-    impl_->open = impl_->open && !ec;
-}
-
-void RawClient::sendBinary(const std::string& bytes) {
-    beast::error_code ec;
-    impl_->ws.binary(true);
+    impl_->ws.binary(binary);
     impl_->ws.write(net::buffer(bytes), ec);
     impl_->open = impl_->open && !ec;
 }
@@ -149,7 +138,7 @@ nlohmann::json RawClient::request(nlohmann::json request) {
     if (!request.contains("id")) {
         request["id"] = ++lastId_;
     }
-    sendText(request.dump());
+    send(request.dump());
     auto reply = readReply();
     return reply ? *reply : nlohmann::json();
 }
@@ -159,8 +148,6 @@ nlohmann::json RawClient::login(const std::string& userId, const std::string& to
                     {"user_id", userId},
                     {"token", token.empty() ? userId + "-token" : token}});
 }
-
-// Delegate --------------------------------------------------------------------
 
 void RecordingDelegate::channel(const QXDBaseChannelPtr& channel,
                                 const QXDBaseMessagePtr& message) {
@@ -185,8 +172,6 @@ bool RecordingDelegate::waitForCount(size_t count) const {
     return changed_.wait_for(lock, kDeadline, [&] { return messages_.size() >= count; });
 }
 
-// Clients ---------------------------------------------------------------------
-
 QXDWebSocketChatClientPtr makeClient(uint16_t port, const std::string& userId,
                                      const std::string& token) {
     QXDWebSocketChatClient::Options options;
@@ -197,17 +182,28 @@ QXDWebSocketChatClientPtr makeClient(uint16_t port, const std::string& userId,
     return QXDWebSocketChatClient::create(options);
 }
 
-std::pair<QXDGroupChannelPtr, QXDErrorPtr> lookUp(QXDChatClient& client,
-                                                  const std::string& channelUrl) {
-    auto done = std::make_shared<std::promise<std::pair<QXDGroupChannelPtr, QXDErrorPtr>>>();
+namespace {
+
+/// Calls `start` with a completion and waits for it; {nullptr, nullptr} after the deadline.
+template <typename T, typename Start>
+std::pair<T, QXDErrorPtr> awaitCompletion(Start start) {
+    auto done = std::make_shared<std::promise<std::pair<T, QXDErrorPtr>>>();
     auto result = done->get_future();
-    client.getGroupChannel(channelUrl, [done](QXDGroupChannelPtr channel, QXDErrorPtr error) {
-        done->set_value({std::move(channel), std::move(error)});
+    start([done](T value, QXDErrorPtr error) {
+        done->set_value({std::move(value), std::move(error)});
     });
     if (result.wait_for(kDeadline) != std::future_status::ready) {
         return {nullptr, nullptr};
     }
     return result.get();
+}
+
+}  // namespace
+
+std::pair<QXDGroupChannelPtr, QXDErrorPtr> lookUp(QXDChatClient& client,
+                                                  const std::string& channelUrl) {
+    return awaitCompletion<QXDGroupChannelPtr>(
+        [&](auto handler) { client.getGroupChannel(channelUrl, handler); });
 }
 
 std::pair<QXDUserMessagePtr, QXDErrorPtr> sendThrough(const QXDGroupChannelPtr& channel,
@@ -216,16 +212,8 @@ std::pair<QXDUserMessagePtr, QXDErrorPtr> sendThrough(const QXDGroupChannelPtr& 
     auto params = QXDUserMessageParams::initWithMessage(text);
     params->setCustomType("QX_VIDEOCHAT_TEST");
     params->setData(data);
-    auto done = std::make_shared<std::promise<std::pair<QXDUserMessagePtr, QXDErrorPtr>>>();
-    auto result = done->get_future();
-    channel->sendUserMessageWithParams(params,
-                                       [done](QXDUserMessagePtr message, QXDErrorPtr error) {
-                                           done->set_value({std::move(message), std::move(error)});
-                                       });
-    if (result.wait_for(kDeadline) != std::future_status::ready) {
-        return {nullptr, nullptr};
-    }
-    return result.get();
+    return awaitCompletion<QXDUserMessagePtr>(
+        [&](auto handler) { channel->sendUserMessageWithParams(params, handler); });
 }
 
 }  // namespace chatserver_test

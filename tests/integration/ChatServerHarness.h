@@ -47,8 +47,8 @@ class RawClient {
     explicit RawClient(uint16_t port);
     ~RawClient();
     bool isOpen() const;
-    void sendText(const std::string& text);
-    void sendBinary(const std::string& bytes);
+    /// One text frame, or a binary one.
+    void send(const std::string& bytes, bool binary = false);
     /// The next frame, or nullopt after the deadline or on a closed connection.
     std::optional<nlohmann::json> readFrame();
     /// The next reply (events read meanwhile go to events()).

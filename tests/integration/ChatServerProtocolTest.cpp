@@ -69,7 +69,7 @@ TEST(ChatServerProtocolTest, WrongLoginsAreHeldBackOneAfterAnotherAndRightOnesAr
     std::thread mallory([&] {
         RawClient client(server.port());
         for (int i = 1; i <= kGuesses; ++i) {
-            client.sendText(
+            client.send(
                 json{{"op", "login"}, {"id", i}, {"user_id", "alice"}, {"token", "guess"}}.dump());
         }
         for (int i = 1; i <= kGuesses; ++i) {
@@ -110,6 +110,7 @@ TEST(ChatServerProtocolTest, BadFramesGetErrorFramesAndDisturbNoOne) {
         std::string frame;
         long code;
         json id;
+        bool binary = false;
     };
     const std::vector<Case> cases = {
         {"this is not json", velmorin::wire::kWireMalformedJson, nullptr},
@@ -126,19 +127,16 @@ TEST(ChatServerProtocolTest, BadFramesGetErrorFramesAndDisturbNoOne) {
         {deepStart.dump(), velmorin::wire::kWireBadRequest, 12},
         {"{\"op\":\"send\",\"id\":11,\"data\":\"" + std::string(300 * 1024, 'x') + "\"}",
          velmorin::wire::kWireFrameTooLarge, nullptr},
+        {"\x01\x02", velmorin::wire::kWireBinaryFrame, nullptr, true},
     };
     for (const auto& c : cases) {
-        alice.sendText(c.frame);
+        alice.send(c.frame, c.binary);
         auto reply = alice.readReply();
         ASSERT_TRUE(reply) << c.frame.substr(0, 60);
         EXPECT_FALSE(reply->value("ok", true)) << c.frame.substr(0, 60);
         EXPECT_EQ(errorCode(*reply), c.code) << c.frame.substr(0, 60);
         EXPECT_EQ((*reply)["id"], c.id) << c.frame.substr(0, 60);
     }
-    alice.sendBinary("\x01\x02");
-    auto binary = alice.readReply();
-    ASSERT_TRUE(binary);
-    EXPECT_EQ(errorCode(*binary), velmorin::wire::kWireBinaryFrame);
 
     // Both connections still work, and bob saw nothing of the above.
     auto sent = alice.request(sendRequest(kChannel, "after the noise"));

@@ -1,9 +1,8 @@
 #include "GStreamerCallHarness.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <future>
-
-#include "RTCGstCapturer.h"
 
 void GStreamerCountingRenderer::setSize(CGSize size) {
     std::lock_guard lock(mutex_);
@@ -117,6 +116,11 @@ std::vector<RTCIceConnectionState> GStreamerPeer::iceStates() const {
     return ice_;
 }
 
+bool GStreamerPeer::sawIce(RTCIceConnectionState state) const {
+    std::lock_guard lock(mutex_);
+    return std::find(ice_.begin(), ice_.end(), state) != ice_.end();
+}
+
 std::vector<RTCPeerConnectionState> GStreamerPeer::connectionStates() const {
     std::lock_guard lock(mutex_);
     return connection_;
@@ -158,11 +162,13 @@ size_t GStreamerThreads() {
     return entries("/proc/self/task");
 }
 
-RTCConfigurationPtr GStreamerRelayConfiguration(const std::string& url, const std::string& username,
-                                                const std::string& password) {
+namespace {
+
+/// A configuration as calls make it: relay only, Unified Plan, a fresh certificate.
+RTCConfigurationPtr relayConfiguration(const GStreamerCallOptions& options) {
     auto configuration = RTCConfiguration::create();
-    configuration->setIceServers(
-        std::vector<RTCIceServerPtr>{RTCIceServer::initWithURLStrings({url}, username, password)});
+    configuration->setIceServers(std::vector<RTCIceServerPtr>{
+        RTCIceServer::initWithURLStrings({options.turnUrl}, options.username, options.password)});
     configuration->setSdpSemantics(RTCSdpSemanticsUnifiedPlan);
     configuration->setCertificate(RTCCertificate::generateCertificateWithParams(
         {{"expires", 100000}, {"name", "RSASSA-PKCS1-v1_5"}}));
@@ -170,16 +176,32 @@ RTCConfigurationPtr GStreamerRelayConfiguration(const std::string& url, const st
     return configuration;
 }
 
-namespace {
+}  // namespace
 
-std::shared_ptr<GStreamerPeer> makePeer(const std::shared_ptr<RTCGstPlatform>& platform,
-                                        const RTCPeerConnectionFactoryPtr& factory,
-                                        const GStreamerCallOptions& options, const char* name,
-                                        AVCaptureDevicePosition position) {
+std::pair<RTCCaptureDevicePtr, RTCCaptureDeviceFormatPtr> GStreamerCamera(
+    RTCGstPlatform& platform, AVCaptureDevicePosition position, int width, int height) {
+    for (const auto& device : platform.captureDevices()) {
+        if (device->position() == position) {
+            for (const auto& format : device->formats()) {
+                if (format->width() == width && format->height() == height) {
+                    return {device, format};
+                }
+            }
+            return {device, nullptr};
+        }
+    }
+    return {};
+}
+
+std::shared_ptr<GStreamerPeer> GStreamerMakePeer(const std::shared_ptr<RTCGstPlatform>& platform,
+                                                 const GStreamerCallOptions& options,
+                                                 const char* name,
+                                                 AVCaptureDevicePosition position) {
+    auto factory = platform->peerConnectionFactory(nullptr, nullptr);
     auto peer = std::make_shared<GStreamerPeer>();
     peer->name = name;
     auto pc = factory->peerConnectionWithConfiguration(
-        GStreamerRelayConfiguration(options.turnUrl, options.username, options.password),
+        relayConfiguration(options),
         RTCMediaConstraints::initWithMandatoryConstraints(
             std::nullopt, RTCConstraintsMap{{"DtlsSrtpKeyAgreement", "true"}}),
         peer);
@@ -189,19 +211,8 @@ std::shared_ptr<GStreamerPeer> makePeer(const std::shared_ptr<RTCGstPlatform>& p
     }
     peer->videoSource = factory->videoSource();
     peer->capturer = platform->cameraVideoCapturer(peer->videoSource);
-    RTCCaptureDevicePtr device;
-    for (const auto& candidate : platform->captureDevices()) {
-        if (!device && candidate->position() == position) {
-            device = candidate;
-        }
-    }
-    RTCCaptureDeviceFormatPtr format;
-    for (const auto& f : RTCCameraVideoCapturer::supportedFormatsForDevice(device)) {
-        if (f->width() == options.width && f->height() == options.height) {
-            format = f;
-        }
-    }
-    peer->capturer->startCaptureWithDevice(device, format, options.fps, nullptr);
+    auto [device, format] = GStreamerCamera(*platform, position, 640, 480);
+    peer->capturer->startCaptureWithDevice(device, format, 30, nullptr);
     peer->audioTrack =
         factory->audioTrackWithSource(factory->audioSourceWithConstraints(nullptr), "ARDAMSa0");
     peer->videoTrack = factory->videoTrackWithSource(peer->videoSource, "ARDAMSv0");
@@ -218,22 +229,36 @@ std::shared_ptr<GStreamerPeer> makePeer(const std::shared_ptr<RTCGstPlatform>& p
     return peer;
 }
 
+namespace {
+
 RTCMediaConstraintsPtr receiveBoth() {
     return RTCMediaConstraints::initWithMandatoryConstraints(
         RTCConstraintsMap{{"OfferToReceiveAudio", "true"}, {"OfferToReceiveVideo", "true"}},
         std::nullopt);
 }
 
-template <typename T>
-T await(std::future<T>& future, std::string& error, const char* what) {
+}  // namespace
+
+RTCSessionDescriptionPtr GStreamerDescribe(RTCGstPeerConnection& pc, bool offer,
+                                           std::string& error) {
+    auto made = std::make_shared<std::promise<std::pair<RTCSessionDescriptionPtr, QXDErrorPtr>>>();
+    auto handler = [made](RTCSessionDescriptionPtr sdp, QXDErrorPtr failure) {
+        made->set_value({sdp, failure});
+    };
+    offer ? pc.offerForConstraints(receiveBoth(), handler)
+          : pc.answerForConstraints(receiveBoth(), handler);
+    const char* what = offer ? "offer" : "answer";
+    auto future = made->get_future();
     if (future.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
         error = std::string(what) + " timed out";
-        return T{};
+        return nullptr;
     }
-    return future.get();
+    auto [sdp, failure] = future.get();
+    if (!sdp) {
+        error = std::string(what) + ": " + (failure ? failure->localizedDescription() : "");
+    }
+    return sdp;
 }
-
-}  // namespace
 
 GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platform,
                                    const GStreamerCallOptions& options) {
@@ -244,75 +269,59 @@ GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platfo
                                    const std::shared_ptr<RTCGstPlatform>& platformB,
                                    const GStreamerCallOptions& options) {
     GStreamerCall call;
-    call.a = makePeer(platformA, platformA->peerConnectionFactory(nullptr, nullptr), options, "a",
-                      AVCaptureDevicePositionFront);
-    call.b = makePeer(
-        platformB, platformB->peerConnectionFactory(nullptr, nullptr), options, "b",
+    call.a = GStreamerMakePeer(platformA, options, "a", AVCaptureDevicePositionFront);
+    call.b = GStreamerMakePeer(
+        platformB, options, "b",
         platformA == platformB ? AVCaptureDevicePositionBack : AVCaptureDevicePositionFront);
     if (!call.a || !call.b) {
         call.error = "peer connection not created";
         return call;
     }
-    using Result = std::pair<RTCSessionDescriptionPtr, QXDErrorPtr>;
-    auto describe = [](const QXDErrorPtr& error) {
-        return error ? error->localizedDescription() : std::string();
-    };
-
     call.offerRequestedAt = std::chrono::steady_clock::now();
-    std::promise<Result> offered;
-    call.a->pc->offerForConstraints(receiveBoth(),
-                                    [&](RTCSessionDescriptionPtr sdp, QXDErrorPtr error) {
-                                        offered.set_value({sdp, error});
-                                    });
-    auto offerFuture = offered.get_future();
-    auto offer = await(offerFuture, call.error, "offer");
-    if (!offer.first) {
-        call.error += "offer: " + describe(offer.second);
+    auto offer = GStreamerDescribe(*call.a->pc, true, call.error);
+    if (!offer) {
         return call;
     }
-    call.a->pc->setLocalDescription(offer.first, nullptr);
-    call.b->pc->setRemoteDescription(offer.first, nullptr);
+    call.a->pc->setLocalDescription(offer, nullptr);
+    call.b->pc->setRemoteDescription(offer, nullptr);
     call.a->setCandidateSink(
         [pc = call.b->pc](const RTCIceCandidatePtr& c) { pc->addIceCandidate(c); });
-
-    std::promise<Result> answered;
-    call.b->pc->answerForConstraints(receiveBoth(),
-                                     [&](RTCSessionDescriptionPtr sdp, QXDErrorPtr error) {
-                                         answered.set_value({sdp, error});
-                                     });
-    auto answerFuture = answered.get_future();
-    auto answer = await(answerFuture, call.error, "answer");
-    if (!answer.first) {
-        call.error += "answer: " + describe(answer.second);
+    auto answer = GStreamerDescribe(*call.b->pc, false, call.error);
+    if (!answer) {
         return call;
     }
-    call.b->pc->setLocalDescription(answer.first, nullptr);
-    auto remoteAnswer = answer.first;
+    call.b->pc->setLocalDescription(answer, nullptr);
     if (options.tamperAnswerFingerprint) {
-        remoteAnswer = std::make_shared<RTCSessionDescription>(
-            RTCSdpTypeAnswer, GStreamerTamperedFingerprints(remoteAnswer->sdp()));
+        answer = std::make_shared<RTCSessionDescription>(
+            RTCSdpTypeAnswer, GStreamerTamperedFingerprints(answer->sdp()));
     }
-    std::promise<QXDErrorPtr> applied;
-    call.a->pc->setRemoteDescription(remoteAnswer,
-                                     [&](QXDErrorPtr error) { applied.set_value(error); });
+    auto applied = std::make_shared<std::promise<QXDErrorPtr>>();
+    call.a->pc->setRemoteDescription(answer,
+                                     [applied](QXDErrorPtr error) { applied->set_value(error); });
     call.b->setCandidateSink(
         [pc = call.a->pc](const RTCIceCandidatePtr& c) { pc->addIceCandidate(c); });
-    auto appliedFuture = applied.get_future();
-    if (auto error = await(appliedFuture, call.error, "remote answer")) {
-        call.error += "remote answer: " + describe(error);
+    auto future = applied->get_future();
+    if (future.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+        call.error = "remote answer timed out";
+    } else if (auto error = future.get()) {
+        call.error = "remote answer: " + error->localizedDescription();
     }
     return call;
 }
 
+void GStreamerPeer::close() {
+    if (capturer) {
+        capturer->stopCaptureWithCompletionHandler(nullptr);
+    }
+    if (pc) {
+        pc->close();
+    }
+}
+
 void GStreamerCall::close() {
-    for (auto* peer : {&a, &b}) {
-        if (*peer) {
-            if ((*peer)->capturer) {
-                (*peer)->capturer->stopCaptureWithCompletionHandler(nullptr);
-            }
-            if ((*peer)->pc) {
-                (*peer)->pc->close();
-            }
+    for (const auto& peer : {a, b}) {
+        if (peer) {
+            peer->close();
         }
     }
 }

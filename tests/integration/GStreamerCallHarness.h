@@ -63,12 +63,16 @@ class GStreamerPeer final : public RTCPeerConnectionDelegate,
     bool waitForIce(RTCIceConnectionState state, double seconds);
     bool waitForConnection(RTCPeerConnectionState state, double seconds);
     std::vector<RTCIceConnectionState> iceStates() const;
+    /// Whether the ICE state was ever `state`.
+    bool sawIce(RTCIceConnectionState state) const;
     std::vector<RTCPeerConnectionState> connectionStates() const;
     std::vector<std::string> candidateLines() const;
     /// When the connection state first became Connected (epoch if never).
     std::chrono::steady_clock::time_point connectedAt() const;
     /// Where local candidates go (the other peer); until set they are kept.
     void setCandidateSink(std::function<void(const RTCIceCandidatePtr&)> sink);
+    /// Stops the capture and closes the peer connection.
+    void close();
 
     std::shared_ptr<RTCGstPeerConnection> pc;
     RTCVideoSourcePtr videoSource;
@@ -95,9 +99,6 @@ struct GStreamerCallOptions {
     std::string turnUrl;
     std::string username;
     std::string password;
-    int width = 640;
-    int height = 480;
-    int fps = 30;
     /// Changes the answer's fingerprint before the offerer applies it.
     bool tamperAnswerFingerprint = false;
 };
@@ -126,10 +127,22 @@ struct GStreamerCall {
 /// digit of every SHA-256 fingerprint is changed.
 std::string GStreamerTamperedFingerprints(std::string sdp);
 
+/// Asks `pc` for an offer (or an answer) for audio and video and waits for it; nullptr with
+/// `error` set when none came.
+RTCSessionDescriptionPtr GStreamerDescribe(RTCGstPeerConnection& pc, bool offer,
+                                           std::string& error);
+
 /// Open file descriptors and threads of this process.
 size_t GStreamerOpenDescriptors();
 size_t GStreamerThreads();
 
-/// A configuration as calls make it: relay only, Unified Plan, a fresh certificate.
-RTCConfigurationPtr GStreamerRelayConfiguration(const std::string& url, const std::string& username,
-                                                const std::string& password);
+/// The first camera of `platform` at `position`, with its `width`x`height` format when it has one.
+std::pair<RTCCaptureDevicePtr, RTCCaptureDeviceFormatPtr> GStreamerCamera(
+    RTCGstPlatform& platform, AVCaptureDevicePosition position, int width, int height);
+
+/// One side with audio and 640x480 video at 30 fps from the test camera at `position`, relay only
+/// through `options`' TURN server, its remote video counted; nullptr when no connection was made.
+std::shared_ptr<GStreamerPeer> GStreamerMakePeer(const std::shared_ptr<RTCGstPlatform>& platform,
+                                                 const GStreamerCallOptions& options,
+                                                 const char* name,
+                                                 AVCaptureDevicePosition position);

@@ -1,34 +1,10 @@
 // The GStreamer engine through a real coturn on loopback: relay-only calls
 // between two peer connections in one process.
-#include <gtest/gtest.h>
-
-#include "GStreamerCallHarness.h"
-#include "support/TurnServerFixture.h"
+#include "GStreamerTurnTest.h"
 
 namespace {
 
-class GStreamerCallTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        ASSERT_TRUE(turn_.start()) << turn_.error();
-        platform_ = RTCGstPlatform::create(options());
-        ASSERT_NE(platform_, nullptr) << "GStreamer elements missing";
-        RTCPlatform::install(platform_);
-    }
-    void TearDown() override {
-        call_.close();
-        RTCPlatform::install(nullptr);
-    }
-    virtual RTCGstPlatform::Options options() const { return {}; }
-    GStreamerCallOptions callOptions(const std::string& user = "alice") const {
-        auto credentials = turn_.credentialsForUser(user);
-        return {turn_.url(), credentials.username, credentials.password};
-    }
-
-    TurnServerFixture turn_;
-    std::shared_ptr<RTCGstPlatform> platform_;
-    GStreamerCall call_;
-};
+using GStreamerCallTest = GStreamerTurnTest;
 
 TEST_F(GStreamerCallTest, RelayOnlyCallCarriesVideoAndAudioBothWays) {
     call_ = GStreamerCall::start(platform_, callOptions());
@@ -58,10 +34,6 @@ TEST_F(GStreamerCallTest, RelayOnlyCallCarriesVideoAndAudioBothWays) {
         EXPECT_EQ(peer->pc->localDescription()->sdp().find("typ srflx"), std::string::npos);
     }
 }
-
-}  // namespace
-
-namespace {
 
 TEST_F(GStreamerCallTest, CloseReleasesTheTurnAllocations) {
     call_ = GStreamerCall::start(platform_, callOptions("carol"));

@@ -1,53 +1,37 @@
 // The GStreamer engine when things go wrong: a forged DTLS fingerprint, a TURN
 // server that freezes or dies, credentials TURN refuses. Watchdog timeouts are
 // shortened so the suite stays quick; the behaviour is the same at 5/30 s.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 
-#include "GStreamerCallHarness.h"
+#include "GStreamerTurnTest.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
-#include "support/TurnServerFixture.h"
 
 namespace {
 
-bool contains(const std::vector<RTCIceConnectionState>& states, RTCIceConnectionState state) {
-    return std::find(states.begin(), states.end(), state) != states.end();
-}
-
-class GStreamerFaultTest : public ::testing::Test {
+class GStreamerFaultTest : public GStreamerTurnTest {
   protected:
     void SetUp() override {
-        ASSERT_TRUE(turn_.start()) << turn_.error();
-        RTCGstPlatform::Options options;
-        options.disconnectedTimeout = 2;
-        options.failedTimeout = 6;
-        options.turnTimeout = 3;
-        options.includeV4L2Cameras = false;
-        platform_ = RTCGstPlatform::create(options);
-        ASSERT_NE(platform_, nullptr);
-        RTCPlatform::install(platform_);
+        GStreamerTurnTest::SetUp();
         RTCSetLogSink([this](int severity, const std::string& text) {
             std::lock_guard lock(logMutex_);
             log_.push_back({severity, text});
         });
     }
     void TearDown() override {
-        call_.close();
+        GStreamerTurnTest::TearDown();
         RTCSetLogSink(nullptr);
-        RTCPlatform::install(nullptr);
     }
-    GStreamerCallOptions callOptions() const {
-        auto credentials = turn_.credentialsForUser("bob");
-        return {turn_.url(), credentials.username, credentials.password};
+    RTCGstPlatform::Options options() const override {
+        auto shortened = GStreamerTurnTest::options();
+        shortened.disconnectedTimeout = 2;
+        shortened.failedTimeout = 6;
+        shortened.turnTimeout = 3;
+        return shortened;
     }
     void connect() {
-        call_ = GStreamerCall::start(platform_, callOptions());
-        ASSERT_TRUE(call_.error.empty()) << call_.error;
+        ASSERT_NO_FATAL_FAILURE(GStreamerTurnTest::connect(0, "bob"));
         for (auto& peer : {call_.a, call_.b}) {
             ASSERT_TRUE(peer->waitForConnection(RTCPeerConnectionStateConnected, 30)) << peer->name;
-            ASSERT_TRUE(peer->waitFor(30, [&] { return peer->remoteRenderer->frames() > 0; }))
-                << peer->name;
         }
     }
     std::vector<std::pair<int, std::string>> log() {
@@ -55,15 +39,12 @@ class GStreamerFaultTest : public ::testing::Test {
         return log_;
     }
 
-    TurnServerFixture turn_;
-    std::shared_ptr<RTCGstPlatform> platform_;
-    GStreamerCall call_;
     std::mutex logMutex_;
     std::vector<std::pair<int, std::string>> log_;
 };
 
 TEST_F(GStreamerFaultTest, ForgedFingerprintFailsTheConnection) {
-    auto options = callOptions();
+    auto options = callOptions("bob");
     options.tamperAnswerFingerprint = true;
     call_ = GStreamerCall::start(platform_, options);
     ASSERT_TRUE(call_.error.empty()) << call_.error;
@@ -98,7 +79,7 @@ TEST_F(GStreamerFaultTest, RemoteCandidatesOfAnyKindLeaveAWorkingPathAlone) {
             << peer->name;
     }
     for (auto& peer : {call_.a, call_.b}) {
-        EXPECT_FALSE(contains(peer->iceStates(), RTCIceConnectionStateDisconnected)) << peer->name;
+        EXPECT_FALSE(peer->sawIce(RTCIceConnectionStateDisconnected)) << peer->name;
         EXPECT_EQ(peer->pc->connectionState(), RTCPeerConnectionStateConnected) << peer->name;
     }
 }
@@ -117,7 +98,7 @@ TEST_F(GStreamerFaultTest, FrozenTurnServerDisconnectsAndReconnects) {
         uint64_t frames = peer->remoteRenderer->frames();
         EXPECT_TRUE(peer->waitFor(20, [&] { return peer->remoteRenderer->frames() > frames + 10; }))
             << peer->name;
-        EXPECT_FALSE(contains(peer->iceStates(), RTCIceConnectionStateFailed)) << peer->name;
+        EXPECT_FALSE(peer->sawIce(RTCIceConnectionStateFailed)) << peer->name;
     }
 }
 
@@ -136,15 +117,13 @@ TEST_F(GStreamerFaultTest, KilledTurnServerDisconnectsThenFails) {
 }
 
 TEST_F(GStreamerFaultTest, RefusedCredentialsFailAfterABoundedWait) {
-    for (const char* kind : {"wrong", "expired"}) {
-        auto options = callOptions();
-        if (std::string(kind) == "wrong") {
-            options.password = "not-the-password";
-        } else {
-            auto expired = turn_.credentialsForUser("bob", -60);
-            options.username = expired.username;
-            options.password = expired.password;
-        }
+    auto wrong = callOptions("bob");
+    wrong.password = "not-the-password";
+    auto expired = turn_.credentialsForUser("bob", -60);
+    for (const auto& [kind, options] :
+         {std::pair{"wrong", wrong},
+          std::pair{"expired",
+                    GStreamerCallOptions{turn_.url(), expired.username, expired.password}}}) {
         call_ = GStreamerCall::start(platform_, options);
         ASSERT_TRUE(call_.error.empty()) << kind << ": " << call_.error;
         for (auto& peer : {call_.a, call_.b}) {

@@ -1,39 +1,21 @@
 // An ended call frees everything it held: calls made one after the other in one
 // process leave the process's open descriptors and threads where they were.
-#include <gtest/gtest.h>
-
 #include <thread>
 
-#include "GStreamerCallHarness.h"
-#include "support/TurnServerFixture.h"
+#include "GStreamerTurnTest.h"
 
 namespace {
 
 constexpr int kCalls = 20;
 
-class GStreamerLifecycleTest : public ::testing::Test {
+class GStreamerLifecycleTest : public GStreamerTurnTest {
   protected:
-    void SetUp() override {
-        ASSERT_TRUE(turn_.start()) << turn_.error();
-        RTCGstPlatform::Options options;
-        options.includeV4L2Cameras = false;
-        platform_ = RTCGstPlatform::create(options);
-        ASSERT_NE(platform_, nullptr);
-        RTCPlatform::install(platform_);
-    }
-    void TearDown() override { RTCPlatform::install(nullptr); }
-
     /// A whole call: both sides connect and see each other's video, then close.
     void call(int index) {
-        auto credentials = turn_.credentialsForUser("erin");
-        auto call = GStreamerCall::start(platform_,
-                                         {turn_.url(), credentials.username, credentials.password});
-        ASSERT_TRUE(call.error.empty()) << "call " << index << ": " << call.error;
-        for (auto& peer : {call.a, call.b}) {
-            ASSERT_TRUE(peer->waitFor(30, [&] { return peer->remoteRenderer->frames() > 0; }))
-                << "call " << index << ", " << peer->name;
-        }
-        call.close();
+        SCOPED_TRACE("call " + std::to_string(index));
+        ASSERT_NO_FATAL_FAILURE(connect(0, "erin"));
+        call_.close();
+        call_ = {};
     }
 
     /// Waits until the counts are back to the baseline (the tear-down finishes
@@ -44,9 +26,6 @@ class GStreamerLifecycleTest : public ::testing::Test {
             return GStreamerOpenDescriptors() <= descriptors && GStreamerThreads() <= threads;
         });
     }
-
-    TurnServerFixture turn_;
-    std::shared_ptr<RTCGstPlatform> platform_;
 };
 
 TEST_F(GStreamerLifecycleTest, SequentialCallsGiveBackEveryDescriptorAndThread) {

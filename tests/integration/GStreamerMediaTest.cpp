@@ -1,13 +1,10 @@
 // Local media controls on a running relay-only call: the enabled flags of the
 // tracks, the audio session's gate on the microphone, the senders' bitrate cap
 // and camera switching in place.
-#include <gtest/gtest.h>
-
 #include <numeric>
 
-#include "GStreamerCallHarness.h"
+#include "GStreamerTurnTest.h"
 #include "RTCGstCapturer.h"
-#include "support/TurnServerFixture.h"
 
 namespace {
 
@@ -19,33 +16,16 @@ double meanLuma(const RTCVideoFramePtr& frame) {
     return double(std::accumulate(frame->dataY(), frame->dataY() + n, uint64_t{0})) / double(n);
 }
 
-class GStreamerMediaTest : public ::testing::Test {
+class GStreamerMediaTest : public GStreamerTurnTest {
   protected:
     void SetUp() override {
-        ASSERT_TRUE(turn_.start()) << turn_.error();
-        RTCGstPlatform::Options options;
-        options.includeV4L2Cameras = false;
-        platform_ = RTCGstPlatform::create(options);
-        ASSERT_NE(platform_, nullptr);
-        RTCPlatform::install(platform_);
-        auto credentials = turn_.credentialsForUser("dave");
-        call_ = GStreamerCall::start(platform_,
-                                     {turn_.url(), credentials.username, credentials.password});
-        ASSERT_TRUE(call_.error.empty()) << call_.error;
-        for (auto& peer : {call_.a, call_.b}) {
-            ASSERT_TRUE(peer->waitFor(30, [&] { return peer->remoteRenderer->frames() > 5; }))
-                << peer->name;
-        }
+        GStreamerTurnTest::SetUp();
+        ASSERT_NO_FATAL_FAILURE(connect(5, "dave"));
     }
     void TearDown() override {
-        call_.close();
         platform_->audioSession()->setActive(false);
-        RTCPlatform::install(nullptr);
+        GStreamerTurnTest::TearDown();
     }
-
-    TurnServerFixture turn_;
-    std::shared_ptr<RTCGstPlatform> platform_;
-    GStreamerCall call_;
 };
 
 TEST_F(GStreamerMediaTest, MicrophoneFollowsTrackAndAudioSession) {
@@ -99,19 +79,8 @@ TEST_F(GStreamerMediaTest, SenderBitrateCapReachesTheEncoder) {
 TEST_F(GStreamerMediaTest, CameraSwitchesInPlaceAndTheFarSideSeesTheNewSize) {
     auto& a = *call_.a;
     auto& b = *call_.b;
-    RTCCaptureDevicePtr back;
-    for (const auto& device : platform_->captureDevices()) {
-        if (device->position() == AVCaptureDevicePositionBack) {
-            back = device;
-        }
-    }
+    auto [back, hd] = GStreamerCamera(*platform_, AVCaptureDevicePositionBack, 1280, 720);
     ASSERT_NE(back, nullptr);
-    RTCCaptureDeviceFormatPtr hd;
-    for (const auto& format : back->formats()) {
-        if (format->width() == 1280 && format->height() == 720) {
-            hd = format;
-        }
-    }
     std::atomic<bool> started{false};
     a.capturer->startCaptureWithDevice(back, hd, 15, [&](QXDErrorPtr error) { started = !error; });
     EXPECT_TRUE(started);

@@ -1,10 +1,21 @@
 // The description helpers of the GStreamer engine.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "RTCGstCertificates.h"
 #include "RTCGstSdpUtils.h"
 
 namespace {
+
+/// Each fingerprint as "algorithm value".
+std::vector<std::string> printsOf(const std::string& sdp) {
+    std::vector<std::string> out;
+    for (const auto& print : rtcgst::fingerprints(rtcgst::parseSdp(sdp).get())) {
+        out.push_back(print.algorithm + " " + print.value);
+    }
+    return out;
+}
 
 TEST(GStreamerSdpUtilsTest, TurnUrisCarryPercentEncodedRestCredentialsOverUdp) {
     auto uri = rtcgst::turnUriForUrl("turn:127.0.0.1:3478", "1700000000:alice", "ab/c+d=");
@@ -57,18 +68,10 @@ TEST(GStreamerSdpUtilsTest, FingerprintsAreRewrittenAndReadNormalized) {
         "v=0\r\na=fingerprint:SHA-256 ab:cd\r\nm=audio 9 X 111\r\na=fingerprint:sha-256 AB:CD\r\n"
         "m=video 9 X 96\r\na=fingerprint:sha-1 01:02\r\n");
     ASSERT_TRUE(sdp);
-    auto prints = rtcgst::fingerprints(sdp.get());
-    ASSERT_EQ(prints.size(), 3u);
-    EXPECT_EQ(prints[0].algorithm, "sha-256");
-    EXPECT_EQ(prints[0].value, "AB:CD");
-    EXPECT_EQ(prints[2].algorithm, "sha-1");
+    EXPECT_EQ(printsOf(rtcgst::sdpText(sdp.get())),
+              (std::vector<std::string>{"sha-256 AB:CD", "sha-256 AB:CD", "sha-1 01:02"}));
     rtcgst::replaceFingerprints(sdp.get(), "11:22");
-    auto fixed = rtcgst::fingerprints(rtcgst::parseSdp(rtcgst::sdpText(sdp.get())).get());
-    ASSERT_EQ(fixed.size(), 3u);
-    for (const auto& print : fixed) {
-        EXPECT_EQ(print.algorithm, "sha-256");
-        EXPECT_EQ(print.value, "11:22");
-    }
+    EXPECT_EQ(printsOf(rtcgst::sdpText(sdp.get())), std::vector<std::string>(3, "sha-256 11:22"));
     EXPECT_FALSE(RTCGstCertificates::fingerprintOfPem("not a certificate"));
 }
 
@@ -78,16 +81,14 @@ TEST(GStreamerSdpUtilsTest, MediaLinesKeepOrderPayloadTypesAndDirections) {
         "a=rtpmap:100 vp8/90000\r\na=rtpmap:101 rtx/90000\r\n"
         "m=audio 9 UDP/TLS/RTP/SAVPF 109\r\na=mid:1\r\na=rtpmap:109 opus/48000/2\r\n"
         "m=application 9 UDP/DTLS/SCTP webrtc-datachannel\r\na=mid:2\r\n";
-    auto lines = rtcgst::mediaLines(rtcgst::parseSdp(offer).get());
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[0].kind, "video");
-    EXPECT_EQ(lines[0].vp8PayloadType, 100);
-    EXPECT_EQ(lines[0].direction, "recvonly");
-    EXPECT_EQ(lines[1].kind, "audio");
-    EXPECT_EQ(lines[1].opusPayloadType, 109);
-    EXPECT_EQ(lines[1].mid, "1");
-    EXPECT_EQ(lines[1].direction, "sendrecv");
-    EXPECT_EQ(lines[2].vp8PayloadType, -1);
+    std::vector<std::tuple<std::string, std::string, int, int, std::string>> lines;
+    for (const auto& line : rtcgst::mediaLines(rtcgst::parseSdp(offer).get())) {
+        lines.emplace_back(line.kind, line.mid, line.vp8PayloadType, line.opusPayloadType,
+                           line.direction);
+    }
+    EXPECT_EQ(lines, (decltype(lines){{"video", "0", 100, -1, "recvonly"},
+                                      {"audio", "1", -1, 109, "sendrecv"},
+                                      {"application", "2", -1, -1, "sendrecv"}}));
 }
 
 }  // namespace

@@ -14,12 +14,9 @@ std::string temporaryFolder() {
 TurnServerFixture::TurnServerFixture() : TurnProcess(temporaryFolder()) {}
 
 bool TurnServerFixture::start() {
-    if (isRunning()) {
-        return true;
-    }
     if (workDir().empty()) {
         error_ = "cannot make a folder for coturn in /tmp";
         return false;
     }
-    return TurnProcess::start(error_);
+    return running() || TurnProcess::start(error_);
 }

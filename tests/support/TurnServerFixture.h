@@ -13,7 +13,6 @@ class TurnServerFixture : public TurnProcess {
     /// Starts coturn and waits until it answers a STUN binding request; false
     /// (with the reason in `error()`) when it does not come up.
     bool start();
-    bool isRunning() const { return running(); }
     const std::string& error() const { return error_; }
 
   private:
