@@ -93,42 +93,13 @@ bool SoundServerProcess::start(std::string& error) {
             return false;
         }
         if (pactl({"info"}, nullptr, probeError)) {
-            if (waitUntilMicrophonesHear(error)) {
-                return true;
-            }
-            stop();
-            return false;
+            return true;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     error = "pulseaudio did not answer within 10 s: " + probeError;
     stop();
     return false;
-}
-
-bool SoundServerProcess::waitUntilMicrophonesHear(std::string& error) {
-    ChildProcess::Setup setup;
-    setup.argv = {"gst-launch-1.0", "-q"};
-    for (const auto& user : users_) {
-        for (const std::string& part :
-             {std::string("pulsesrc"), "device=" + user + "_mic", std::string("num-buffers=1"),
-              std::string("!"), std::string("fakesink")}) {
-            setup.argv.push_back(part);
-        }
-    }
-    setup.environment = clientEnvironment();
-    auto child = ChildProcess::start(std::move(setup), error);
-    if (!child) {
-        return false;
-    }
-    const int status = child->waitExit(kCommandSeconds);
-    if (status != 0) {
-        child->stop(1);
-        error = "the sound server's microphones stayed silent for " +
-                std::to_string(static_cast<int>(kCommandSeconds)) + " s";
-        return false;
-    }
-    return true;
 }
 
 void SoundServerProcess::stop() {

@@ -57,9 +57,6 @@ class SoundServerProcess {
     bool pactl(const std::vector<std::string>& args, std::string* output, std::string& error);
 
   private:
-    /// Waits until every user's microphone delivers sound: a new daemon's rooms
-    /// take a second or two before their first block reaches the microphones.
-    bool waitUntilMicrophonesHear(std::string& error);
     std::string workDir_;
     std::vector<std::string> users_;
     std::string socketDir_;
