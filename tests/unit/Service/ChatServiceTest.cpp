@@ -6,6 +6,7 @@
 #include "VelmorinService/ChatService.h"
 #include "VelmorinService/TurnCredentials.h"
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
+#include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
 #include "VelmorinVideoChat/QXVCTypes.h"
 
 using nlohmann::json;
@@ -240,3 +241,28 @@ TEST_F(ChatServiceTest, OfflineMembersGetPushPayloadsToCollect) {
 }
 
 }  // namespace
+
+// An application's tests run the service on the library's manual queue: the
+// start window closes, and the period grows, as the queue's virtual clock runs.
+TEST(ServiceClockTest, FollowingAManualQueueMovesTheStartWindowAndThePeriod) {
+    auto queue = QXVCManualQueue::create("service-clock");
+    velmorin::ServiceSettings settings;
+    settings.startCallWindowSeconds = 30;
+    auto service =
+        ChatService::create(settings, velmorin::ServiceClock::followingQueue(queue, kEpochMs));
+    service->upsertUser(QXDUser("a"));
+    service->upsertUser(QXDUser("b"));
+    service->createGroupChannel({"ab", "", false, false, {"a", "b"}});
+    QXDUserMessageParams params;
+    params.setData("STCA{}");
+    auto start = service->send("a", "ab", params);
+    ASSERT_EQ(start.error, nullptr);
+    const std::string callId = json::parse(start.value->data().substr(4))["call_id"];
+    queue->advance(29.5);
+    EXPECT_NE(service->startUnderWay("ab"), std::nullopt);
+    queue->advance(0.5);
+    EXPECT_EQ(service->startUnderWay("ab"), std::nullopt);
+    params.setData(R"(ENCA{"call_id":")" + callId + R"("})");
+    EXPECT_EQ(json::parse(service->send("b", "ab", params).value->data().substr(4))["period"],
+              30000);
+}
