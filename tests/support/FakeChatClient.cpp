@@ -45,26 +45,6 @@ std::shared_ptr<FakeGroupChannel> FakeChatClient::addChannel(const std::string& 
     return channel;
 }
 
-void FakeChatClient::failLookups(QXDErrorPtr error) {
-    std::lock_guard lock(mutex_);
-    lookupError_ = std::move(error);
-}
-
-void FakeChatClient::failSends(QXDErrorPtr error) {
-    std::lock_guard lock(mutex_);
-    sendError_ = std::move(error);
-}
-
-std::vector<FakeChatClient::Sent> FakeChatClient::sent() const {
-    std::lock_guard lock(mutex_);
-    return sent_;
-}
-
-size_t FakeChatClient::lookupCount() const {
-    std::lock_guard lock(mutex_);
-    return lookups_;
-}
-
 std::vector<std::string> FakeChatClient::delegateIdentifiers() const {
     std::lock_guard lock(mutex_);
     std::vector<std::string> identifiers;
@@ -74,11 +54,6 @@ std::vector<std::string> FakeChatClient::delegateIdentifiers() const {
         }
     }
     return identifiers;
-}
-
-QXDUserPtr FakeChatClient::getCurrentUser() const {
-    std::lock_guard lock(mutex_);
-    return currentUser_;
 }
 
 void FakeChatClient::getGroupChannel(const std::string& channelUrl,
@@ -107,11 +82,6 @@ void FakeChatClient::addChannelDelegate(const QXDChannelDelegatePtr& delegate,
                                         const std::string& identifier) {
     std::lock_guard lock(mutex_);
     delegates_[identifier] = delegate;
-}
-
-void FakeChatClient::removeChannelDelegate(const std::string& identifier) {
-    std::lock_guard lock(mutex_);
-    delegates_.erase(identifier);
 }
 
 std::pair<QXDUserMessagePtr, QXDErrorPtr> FakeChatClient::store(

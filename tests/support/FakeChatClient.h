@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "VelmorinVideoChat/Platform/Chat/QXDMain.h"
+#include "support/Locked.h"
 
 class FakeChatClient;
 
@@ -54,21 +55,24 @@ class FakeChatClient : public QXDChatClient, public std::enable_shared_from_this
                                                  std::vector<QXDUser> members = {});
 
     /// Every lookup fails with `error` (nullptr: lookups work again).
-    void failLookups(QXDErrorPtr error);
+    void failLookups(QXDErrorPtr error) { lockedSet(mutex_, lookupError_, std::move(error)); }
     /// Every send fails with `error` (nullptr: sends work again).
-    void failSends(QXDErrorPtr error);
+    void failSends(QXDErrorPtr error) { lockedSet(mutex_, sendError_, std::move(error)); }
 
-    std::vector<Sent> sent() const;
-    size_t lookupCount() const;
+    std::vector<Sent> sent() const { return lockedCopy(mutex_, sent_); }
+    size_t lookupCount() const { return lockedCopy(mutex_, lookups_); }
     /// Identifiers of the channel delegates registered and still alive.
     std::vector<std::string> delegateIdentifiers() const;
 
     // QXDChatClient
-    QXDUserPtr getCurrentUser() const override;
+    QXDUserPtr getCurrentUser() const override { return lockedCopy(mutex_, currentUser_); }
     void getGroupChannel(const std::string& channelUrl, QXDGroupChannelHandler handler) override;
     void addChannelDelegate(const QXDChannelDelegatePtr& delegate,
                             const std::string& identifier) override;
-    void removeChannelDelegate(const std::string& identifier) override;
+    void removeChannelDelegate(const std::string& identifier) override {
+        std::lock_guard lock(mutex_);
+        delegates_.erase(identifier);
+    }
 
     /// Called by FakeGroupChannel: records and stores the message, or fails.
     std::pair<QXDUserMessagePtr, QXDErrorPtr> store(const std::string& channelUrl,

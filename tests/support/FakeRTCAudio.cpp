@@ -33,37 +33,12 @@ bool FakeRTCAudioSession::outermost() const {
 }
 
 bool FakeRTCAudioSession::failIfAsked(QXDErrorPtr* error) const {
-    bool fails;
-    {
-        std::lock_guard lock(recordMutex_);
-        fails = fails_;
-    }
+    const bool fails = lockedCopy(recordMutex_, fails_);
     if (fails && error != nullptr) {
         *error = QXDError::errorWithDomain(
             "RTCAudioSession", -1, QXDUserInfo{{NSLocalizedDescriptionKey, "Scripted failure."}});
     }
     return fails;
-}
-
-void FakeRTCAudioSession::setFailsChanges(bool fails) {
-    std::lock_guard lock(recordMutex_);
-    fails_ = fails;
-}
-
-std::vector<FakeRTCAudioSession::Applied> FakeRTCAudioSession::appliedConfigurations() const {
-    std::lock_guard lock(recordMutex_);
-    return applied_;
-}
-
-std::vector<std::pair<AVAudioSessionPortOverride, bool>> FakeRTCAudioSession::portOverrides()
-    const {
-    std::lock_guard lock(recordMutex_);
-    return overrides_;
-}
-
-std::vector<bool> FakeRTCAudioSession::activeRequests() const {
-    std::lock_guard lock(recordMutex_);
-    return activeRequests_;
 }
 
 void FakeRTCAudioSession::lockForConfiguration() {
@@ -155,16 +130,6 @@ FakeRTCAudioSource::FakeRTCAudioSource(RTCMediaConstraintsPtr constraints,
                                        std::shared_ptr<RTCAudioSession> session)
     : constraints_(std::move(constraints)), session_(std::move(session)) {}
 
-double FakeRTCAudioSource::volume() const {
-    std::lock_guard lock(mutex_);
-    return volume_;
-}
-
-void FakeRTCAudioSource::setVolume(double volume) {
-    std::lock_guard lock(mutex_);
-    volume_ = volume;
-}
-
 bool FakeRTCAudioSource::isCapturingSound() const {
     return session_ && session_->isActive();
 }
@@ -173,22 +138,12 @@ FakeRTCAudioTrack::FakeRTCAudioTrack(std::shared_ptr<FakeRTCContext> context, st
                                      std::shared_ptr<FakeRTCAudioSource> source)
     : context_(std::move(context)), trackId_(std::move(trackId)), source_(std::move(source)) {}
 
-bool FakeRTCAudioTrack::isEnabled() const {
-    std::lock_guard lock(mutex_);
-    return enabled_;
-}
-
 void FakeRTCAudioTrack::setIsEnabled(bool enabled) {
     context_->record("audioTrack(" + trackId_ + ").setIsEnabled(" +
                      std::to_string(enabled ? 1 : 0) + ")");
     std::lock_guard lock(mutex_);
     enabled_ = enabled;
     history_.push_back(enabled);
-}
-
-std::vector<bool> FakeRTCAudioTrack::enabledHistory() const {
-    std::lock_guard lock(mutex_);
-    return history_;
 }
 
 bool FakeRTCAudioTrack::isSendingSilence() const {

@@ -31,13 +31,17 @@ class FakeRTCAudioSession : public RTCAudioSession {
         bool active = false;
         bool wasLocked = false;
     };
-    std::vector<Applied> appliedConfigurations() const;
+    std::vector<Applied> appliedConfigurations() const {
+        return lockedCopy(recordMutex_, applied_);
+    }
     /// The port overrides requested, in order, with whether the lock was held.
-    std::vector<std::pair<AVAudioSessionPortOverride, bool>> portOverrides() const;
+    std::vector<std::pair<AVAudioSessionPortOverride, bool>> portOverrides() const {
+        return lockedCopy(recordMutex_, overrides_);
+    }
     /// The active flags requested through setActive, in order.
-    std::vector<bool> activeRequests() const;
+    std::vector<bool> activeRequests() const { return lockedCopy(recordMutex_, activeRequests_); }
     /// When set, every change fails with an error and changes nothing.
-    void setFailsChanges(bool fails);
+    void setFailsChanges(bool fails) { lockedSet(recordMutex_, fails_, fails); }
 
     void lockForConfiguration() override;
     void unlockForConfiguration() override;
@@ -67,8 +71,8 @@ class FakeRTCAudioSource : public RTCAudioSource {
     FakeRTCAudioSource(RTCMediaConstraintsPtr constraints,
                        std::shared_ptr<RTCAudioSession> session);
     RTCSourceState state() const override { return RTCSourceStateLive; }
-    double volume() const override;
-    void setVolume(double volume) override;
+    double volume() const override { return lockedCopy(mutex_, volume_); }
+    void setVolume(double volume) override { lockedSet(mutex_, volume_, volume); }
 
     /// The constraints the source was made with.
     RTCMediaConstraintsPtr constraints() const { return constraints_; }
@@ -89,14 +93,14 @@ class FakeRTCAudioTrack : public RTCAudioTrack {
                       std::shared_ptr<FakeRTCAudioSource> source);
 
     std::string trackId() const override { return trackId_; }
-    bool isEnabled() const override;
+    bool isEnabled() const override { return lockedCopy(mutex_, enabled_); }
     /// Recorded as "audioTrack(<id>).setIsEnabled(<0|1>)".
     void setIsEnabled(bool enabled) override;
     RTCMediaStreamTrackState readyState() const override { return RTCMediaStreamTrackStateLive; }
     RTCAudioSourcePtr source() const override { return source_; }
 
     /// Every value passed to setIsEnabled, in order.
-    std::vector<bool> enabledHistory() const;
+    std::vector<bool> enabledHistory() const { return lockedCopy(mutex_, history_); }
     /// What the far side hears from a local track: silence while the track is
     /// disabled or the audio session is inactive.
     bool isSendingSilence() const;

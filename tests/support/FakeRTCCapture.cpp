@@ -9,11 +9,6 @@ QXDErrorPtr captureError(const std::string& text) {
 }
 }  // namespace
 
-bool FakeRTCCaptureSession::isRunning() const {
-    std::lock_guard lock(mutex_);
-    return running_;
-}
-
 void FakeRTCCaptureSession::addPreviewRenderer(const RTCVideoRendererPtr& renderer) {
     if (!renderer) {
         return;
@@ -27,16 +22,6 @@ void FakeRTCCaptureSession::addPreviewRenderer(const RTCVideoRendererPtr& render
 void FakeRTCCaptureSession::removePreviewRenderer(const RTCVideoRendererPtr& renderer) {
     std::lock_guard lock(mutex_);
     renderers_.erase(std::remove(renderers_.begin(), renderers_.end(), renderer), renderers_.end());
-}
-
-std::vector<RTCVideoRendererPtr> FakeRTCCaptureSession::previewRenderers() const {
-    std::lock_guard lock(mutex_);
-    return renderers_;
-}
-
-void FakeRTCCaptureSession::setRunning(bool running) {
-    std::lock_guard lock(mutex_);
-    running_ = running;
 }
 
 void FakeRTCCaptureSession::deliverFrame(const RTCVideoFramePtr& frame) {
@@ -53,19 +38,9 @@ FakeRTCCameraVideoCapturer::FakeRTCCameraVideoCapturer(
       delegate_(std::move(delegate)),
       session_(std::make_shared<FakeRTCCaptureSession>()) {}
 
+// Out of line: inlined, the compiler would flag callers holding a capturer that may be null.
 FourCharCode FakeRTCCameraVideoCapturer::preferredOutputPixelFormat() const {
-    std::lock_guard lock(mutex_);
-    return preferred_;
-}
-
-void FakeRTCCameraVideoCapturer::setPreferredOutputPixelFormat(FourCharCode format) {
-    std::lock_guard lock(mutex_);
-    preferred_ = format;
-}
-
-void FakeRTCCameraVideoCapturer::setStartError(QXDErrorPtr error) {
-    std::lock_guard lock(mutex_);
-    startError_ = std::move(error);
+    return lockedCopy(mutex_, preferred_);
 }
 
 void FakeRTCCameraVideoCapturer::startCaptureWithDevice(const RTCCaptureDevicePtr& device,
@@ -109,26 +84,6 @@ void FakeRTCCameraVideoCapturer::stopCaptureWithCompletionHandler(
     if (completion) {
         context_->dispatch([completion = std::move(completion)] { completion(nullptr); });
     }
-}
-
-std::vector<FakeRTCCameraVideoCapturer::Start> FakeRTCCameraVideoCapturer::starts() const {
-    std::lock_guard lock(mutex_);
-    return starts_;
-}
-
-size_t FakeRTCCameraVideoCapturer::stopCount() const {
-    std::lock_guard lock(mutex_);
-    return stops_;
-}
-
-bool FakeRTCCameraVideoCapturer::isCapturing() const {
-    std::lock_guard lock(mutex_);
-    return current_.has_value();
-}
-
-std::optional<FakeRTCCameraVideoCapturer::Start> FakeRTCCameraVideoCapturer::current() const {
-    std::lock_guard lock(mutex_);
-    return current_;
 }
 
 bool FakeRTCCameraVideoCapturer::captureFrame(RTCVideoFramePtr frame) {

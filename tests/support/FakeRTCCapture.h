@@ -15,12 +15,14 @@
 /// renderers.
 class FakeRTCCaptureSession : public RTCCaptureSession {
   public:
-    bool isRunning() const override;
+    bool isRunning() const override { return lockedCopy(mutex_, running_); }
     void addPreviewRenderer(const RTCVideoRendererPtr& renderer) override;
     void removePreviewRenderer(const RTCVideoRendererPtr& renderer) override;
 
-    std::vector<RTCVideoRendererPtr> previewRenderers() const;
-    void setRunning(bool running);
+    std::vector<RTCVideoRendererPtr> previewRenderers() const {
+        return lockedCopy(mutex_, renderers_);
+    }
+    void setRunning(bool running) { lockedSet(mutex_, running_, running); }
     void deliverFrame(const RTCVideoFramePtr& frame);
 
   private:
@@ -55,16 +57,18 @@ class FakeRTCCameraVideoCapturer : public RTCCameraVideoCapturer,
     };
     const std::string& name() const { return name_; }
     /// Every start request, failed ones included, in order.
-    std::vector<Start> starts() const;
-    size_t stopCount() const;
-    bool isCapturing() const;
+    std::vector<Start> starts() const { return lockedCopy(mutex_, starts_); }
+    size_t stopCount() const { return lockedCopy(mutex_, stops_); }
+    bool isCapturing() const { return current().has_value(); }
     /// The device, format and fps now capturing (the last successful start).
-    std::optional<Start> current() const;
+    std::optional<Start> current() const { return lockedCopy(mutex_, current_); }
     std::shared_ptr<FakeRTCCaptureSession> fakeSession() const { return session_; }
 
-    void setPreferredOutputPixelFormat(FourCharCode format);
+    void setPreferredOutputPixelFormat(FourCharCode format) {
+        lockedSet(mutex_, preferred_, format);
+    }
     /// Makes the following starts fail with an error (nullptr: succeed again).
-    void setStartError(QXDErrorPtr error);
+    void setStartError(QXDErrorPtr error) { lockedSet(mutex_, startError_, std::move(error)); }
     /// While capturing, hands `frame` to the frame delegate and the preview.
     /// Without a frame, a black one of the current format's size. Returns false
     /// (and delivers nothing) when not capturing.

@@ -1,15 +1,12 @@
 #include "support/FakeRTCContext.h"
 
+#include <algorithm>
+
 #include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
 void FakeRTCContext::record(std::string entry) {
     std::lock_guard lock(mutex_);
     entries_.push_back(std::move(entry));
-}
-
-std::vector<std::string> FakeRTCContext::entries() const {
-    std::lock_guard lock(mutex_);
-    return entries_;
 }
 
 std::vector<std::string> FakeRTCContext::entriesWithPrefix(const std::string& prefix) const {
@@ -23,28 +20,9 @@ std::vector<std::string> FakeRTCContext::entriesWithPrefix(const std::string& pr
 }
 
 long FakeRTCContext::indexOf(const std::string& entry) const {
-    std::lock_guard lock(mutex_);
-    for (size_t i = 0; i < entries_.size(); ++i) {
-        if (entries_[i] == entry) {
-            return static_cast<long>(i);
-        }
-    }
-    return -1;
-}
-
-void FakeRTCContext::clearEntries() {
-    std::lock_guard lock(mutex_);
-    entries_.clear();
-}
-
-void FakeRTCContext::setCallbackQueue(QXVCDispatchQueuePtr queue) {
-    std::lock_guard lock(mutex_);
-    queue_ = std::move(queue);
-}
-
-QXVCDispatchQueuePtr FakeRTCContext::callbackQueue() const {
-    std::lock_guard lock(mutex_);
-    return queue_;
+    const auto all = entries();
+    const auto at = std::find(all.begin(), all.end(), entry);
+    return at == all.end() ? -1 : static_cast<long>(at - all.begin());
 }
 
 void FakeRTCContext::dispatch(std::function<void()> task) const {

@@ -15,24 +15,25 @@
 #include <vector>
 
 #include "VelmorinVideoChat/Platform/Dispatch/QXVCDispatchQueue.h"
+#include "support/Locked.h"
 
 class FakeRTCContext {
   public:
     void record(std::string entry);
-    std::vector<std::string> entries() const;
+    std::vector<std::string> entries() const { return lockedCopy(mutex_, entries_); }
     /// Entries that begin with `prefix`, in order.
     std::vector<std::string> entriesWithPrefix(const std::string& prefix) const;
     /// Position of the first entry equal to `entry`, or -1.
     long indexOf(const std::string& entry) const;
     bool contains(const std::string& entry) const { return indexOf(entry) >= 0; }
-    void clearEntries();
+    void clearEntries() { lockedSet(mutex_, entries_, std::vector<std::string>{}); }
 
     /// Where completion handlers and delegate callbacks run. nullptr (the
     /// default): inline, on the thread of the test call that causes them. A
     /// queue (a QXVCSerialQueue standing for the engine's signalling thread, or
     /// a manual queue) gets every callback posted to it in order.
-    void setCallbackQueue(QXVCDispatchQueuePtr queue);
-    QXVCDispatchQueuePtr callbackQueue() const;
+    void setCallbackQueue(QXVCDispatchQueuePtr queue) { lockedSet(mutex_, queue_, queue); }
+    QXVCDispatchQueuePtr callbackQueue() const { return lockedCopy(mutex_, queue_); }
     /// Runs `task` inline or posts it to the callback queue.
     void dispatch(std::function<void()> task) const;
 

@@ -35,7 +35,7 @@ bool receives(RTCRtpTransceiverDirection direction) {
 
 }  // namespace
 
-// ---- Sender, transceiver -------------------------------------------------------
+// ---- Sender ---------------------------------------------------------------------
 
 FakeRTCRtpSender::FakeRTCRtpSender(std::shared_ptr<FakeRTCContext> context, std::string senderId,
                                    RTCMediaStreamTrackPtr track, std::vector<std::string> streamIds)
@@ -45,21 +45,6 @@ FakeRTCRtpSender::FakeRTCRtpSender(std::shared_ptr<FakeRTCContext> context, std:
       track_(std::move(track)) {
     parameters_.transactionId = senderId_ + "-tx";
     parameters_.encodings.push_back(RTCRtpEncodingParameters{});
-}
-
-RTCMediaStreamTrackPtr FakeRTCRtpSender::track() const {
-    std::lock_guard lock(mutex_);
-    return track_;
-}
-
-void FakeRTCRtpSender::clearTrack() {
-    std::lock_guard lock(mutex_);
-    track_.reset();
-}
-
-RTCRtpParameters FakeRTCRtpSender::parameters() const {
-    std::lock_guard lock(mutex_);
-    return parameters_;
 }
 
 bool FakeRTCRtpSender::setParameters(const RTCRtpParameters& parameters) {
@@ -81,50 +66,6 @@ bool FakeRTCRtpSender::setParameters(const RTCRtpParameters& parameters) {
     }
     parameters_ = parameters;
     return true;
-}
-
-std::vector<RTCRtpParameters> FakeRTCRtpSender::setParametersCalls() const {
-    std::lock_guard lock(mutex_);
-    return calls_;
-}
-
-FakeRTCRtpTransceiver::FakeRTCRtpTransceiver(RTCRtpMediaType mediaType,
-                                             std::shared_ptr<FakeRTCRtpSender> sender,
-                                             std::shared_ptr<FakeRTCRtpReceiver> receiver,
-                                             RTCRtpTransceiverDirection direction)
-    : mediaType_(mediaType),
-      sender_(std::move(sender)),
-      receiver_(std::move(receiver)),
-      direction_(direction) {}
-
-std::optional<std::string> FakeRTCRtpTransceiver::mid() const {
-    std::lock_guard lock(mutex_);
-    return mid_;
-}
-
-void FakeRTCRtpTransceiver::setMid(std::string mid) {
-    std::lock_guard lock(mutex_);
-    mid_ = std::move(mid);
-}
-
-RTCRtpTransceiverDirection FakeRTCRtpTransceiver::direction() const {
-    std::lock_guard lock(mutex_);
-    return direction_;
-}
-
-void FakeRTCRtpTransceiver::setDirection(RTCRtpTransceiverDirection direction) {
-    std::lock_guard lock(mutex_);
-    direction_ = direction;
-}
-
-std::optional<RTCRtpTransceiverDirection> FakeRTCRtpTransceiver::currentDirection() const {
-    std::lock_guard lock(mutex_);
-    return current_;
-}
-
-void FakeRTCRtpTransceiver::setCurrentDirection(RTCRtpTransceiverDirection direction) {
-    std::lock_guard lock(mutex_);
-    current_ = direction;
 }
 
 // ---- Peer connection -------------------------------------------------------------
@@ -324,106 +265,21 @@ std::vector<RTCRtpTransceiverPtr> FakeRTCPeerConnection::transceivers() const {
 
 void FakeRTCPeerConnection::statisticsWithCompletionHandler(
     RTCStatisticsCompletionHandler completion) {
-    RTCStatisticsReport report;
-    {
-        std::lock_guard lock(mutex_);
-        report = statistics_;
-    }
     if (completion) {
-        context_->dispatch([completion = std::move(completion), report] {
-            completion(std::make_shared<const RTCStatisticsReport>(report));
-        });
+        context_->dispatch(
+            [completion = std::move(completion), report = lockedCopy(mutex_, statistics_)] {
+                completion(std::make_shared<const RTCStatisticsReport>(report));
+            });
     }
-}
-
-void FakeRTCPeerConnection::setStatistics(RTCStatisticsReport report) {
-    std::lock_guard lock(mutex_);
-    statistics_ = report;
 }
 
 void FakeRTCPeerConnection::close() {
     context_->record(name_ + ".close()");
     std::lock_guard lock(mutex_);
     ++closeCount_;
-    signalingState_ = RTCSignalingStateClosed;
-    iceState_ = RTCIceConnectionStateClosed;
-    connectionState_ = RTCPeerConnectionStateClosed;
-}
-
-RTCSignalingState FakeRTCPeerConnection::signalingState() const {
-    std::lock_guard lock(mutex_);
-    return signalingState_;
-}
-
-RTCIceConnectionState FakeRTCPeerConnection::iceConnectionState() const {
-    std::lock_guard lock(mutex_);
-    return iceState_;
-}
-
-RTCIceGatheringState FakeRTCPeerConnection::iceGatheringState() const {
-    std::lock_guard lock(mutex_);
-    return gatheringState_;
-}
-
-RTCPeerConnectionState FakeRTCPeerConnection::connectionState() const {
-    std::lock_guard lock(mutex_);
-    return connectionState_;
-}
-
-RTCSessionDescriptionPtr FakeRTCPeerConnection::localDescription() const {
-    std::lock_guard lock(mutex_);
-    return localDescription_;
-}
-
-RTCSessionDescriptionPtr FakeRTCPeerConnection::remoteDescription() const {
-    std::lock_guard lock(mutex_);
-    return remoteDescription_;
-}
-
-// ---- Records -----------------------------------------------------------------------
-
-std::vector<RTCMediaConstraintsPtr> FakeRTCPeerConnection::offerConstraints() const {
-    std::lock_guard lock(mutex_);
-    return offerConstraints_;
-}
-
-std::vector<RTCMediaConstraintsPtr> FakeRTCPeerConnection::answerConstraints() const {
-    std::lock_guard lock(mutex_);
-    return answerConstraints_;
-}
-
-std::vector<RTCSessionDescriptionPtr> FakeRTCPeerConnection::localDescriptionsSet() const {
-    std::lock_guard lock(mutex_);
-    return localSet_;
-}
-
-std::vector<RTCSessionDescriptionPtr> FakeRTCPeerConnection::remoteDescriptionsSet() const {
-    std::lock_guard lock(mutex_);
-    return remoteSet_;
-}
-
-std::vector<RTCIceCandidatePtr> FakeRTCPeerConnection::addedCandidates() const {
-    std::lock_guard lock(mutex_);
-    return candidates_;
-}
-
-std::vector<FakeRTCPeerConnection::AddedTrack> FakeRTCPeerConnection::addedTracks() const {
-    std::lock_guard lock(mutex_);
-    return addedTracks_;
-}
-
-std::vector<RTCRtpSenderPtr> FakeRTCPeerConnection::removedSenders() const {
-    std::lock_guard lock(mutex_);
-    return removedSenders_;
-}
-
-size_t FakeRTCPeerConnection::closeCount() const {
-    std::lock_guard lock(mutex_);
-    return closeCount_;
-}
-
-bool FakeRTCPeerConnection::isClosed() const {
-    return closeCount() > 0;
+    signaling_ = RTCSignalingStateClosed;
+    ice_ = RTCIceConnectionStateClosed;
+    connection_ = RTCPeerConnectionStateClosed;
 }
 
 std::shared_ptr<FakeRTCVideoTrack> FakeRTCPeerConnection::remoteVideoTrack() const {
@@ -486,13 +342,14 @@ std::string FakeRTCPeerConnection::makeSdp(RTCSdpType type) const {
     return sdp.str();
 }
 
-bool FakeRTCPeerConnection::completeCreateOffer(std::optional<std::string> sdp) {
-    auto p = takePending(Operation::CreateOffer);
+bool FakeRTCPeerConnection::completeCreate(Operation operation, RTCSdpType type,
+                                           std::optional<std::string> sdp) {
+    auto p = takePending(operation);
     if (!p) {
         return false;
     }
-    auto description = std::make_shared<const RTCSessionDescription>(
-        RTCSdpTypeOffer, sdp ? *sdp : makeSdp(RTCSdpTypeOffer));
+    auto description =
+        std::make_shared<const RTCSessionDescription>(type, sdp ? *sdp : makeSdp(type));
     if (p->createCompletion) {
         context_->dispatch(
             [c = std::move(p->createCompletion), description] { c(description, nullptr); });
@@ -500,18 +357,12 @@ bool FakeRTCPeerConnection::completeCreateOffer(std::optional<std::string> sdp) 
     return true;
 }
 
+bool FakeRTCPeerConnection::completeCreateOffer(std::optional<std::string> sdp) {
+    return completeCreate(Operation::CreateOffer, RTCSdpTypeOffer, std::move(sdp));
+}
+
 bool FakeRTCPeerConnection::completeCreateAnswer(std::optional<std::string> sdp) {
-    auto p = takePending(Operation::CreateAnswer);
-    if (!p) {
-        return false;
-    }
-    auto description = std::make_shared<const RTCSessionDescription>(
-        RTCSdpTypeAnswer, sdp ? *sdp : makeSdp(RTCSdpTypeAnswer));
-    if (p->createCompletion) {
-        context_->dispatch(
-            [c = std::move(p->createCompletion), description] { c(description, nullptr); });
-    }
-    return true;
+    return completeCreate(Operation::CreateAnswer, RTCSdpTypeAnswer, std::move(sdp));
 }
 
 void FakeRTCPeerConnection::applyDescription(const RTCSessionDescriptionPtr& description,
@@ -566,47 +417,43 @@ void FakeRTCPeerConnection::applyDescription(const RTCSessionDescriptionPtr& des
         }
         switch (type) {
             case RTCSdpTypeOffer:
-                signalingState_ =
+                signaling_ =
                     local ? RTCSignalingStateHaveLocalOffer : RTCSignalingStateHaveRemoteOffer;
                 break;
             case RTCSdpTypePrAnswer:
-                signalingState_ = local ? RTCSignalingStateHaveLocalPrAnswer
-                                        : RTCSignalingStateHaveRemotePrAnswer;
+                signaling_ = local ? RTCSignalingStateHaveLocalPrAnswer
+                                   : RTCSignalingStateHaveRemotePrAnswer;
                 break;
             case RTCSdpTypeAnswer:
             case RTCSdpTypeRollback:
-                signalingState_ = RTCSignalingStateStable;
+                signaling_ = RTCSignalingStateStable;
                 break;
         }
-        state = signalingState_;
+        state = signaling_;
     }
     notify([state](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
         d.peerConnectionDidChangeSignalingState(pc, state);
     });
 }
 
-bool FakeRTCPeerConnection::completeSetLocalDescription() {
-    auto p = takePending(Operation::SetLocalDescription);
+bool FakeRTCPeerConnection::completeSet(Operation operation, bool local) {
+    auto p = takePending(operation);
     if (!p) {
         return false;
     }
-    applyDescription(p->description, true);
+    applyDescription(p->description, local);
     if (p->setCompletion) {
         context_->dispatch([c = std::move(p->setCompletion)] { c(nullptr); });
     }
     return true;
 }
 
+bool FakeRTCPeerConnection::completeSetLocalDescription() {
+    return completeSet(Operation::SetLocalDescription, true);
+}
+
 bool FakeRTCPeerConnection::completeSetRemoteDescription() {
-    auto p = takePending(Operation::SetRemoteDescription);
-    if (!p) {
-        return false;
-    }
-    applyDescription(p->description, false);
-    if (p->setCompletion) {
-        context_->dispatch([c = std::move(p->setCompletion)] { c(nullptr); });
-    }
-    return true;
+    return completeSet(Operation::SetRemoteDescription, false);
 }
 
 bool FakeRTCPeerConnection::failOperation(Operation operation, QXDErrorPtr error) {
@@ -689,60 +536,38 @@ void FakeRTCPeerConnection::emitIceCandidate(const std::string& line) {
     emitIceCandidate(std::make_shared<const RTCIceCandidate>(line, 0, "0"));
 }
 
-void FakeRTCPeerConnection::emitIceConnectionState(RTCIceConnectionState state) {
+template <class State>
+void FakeRTCPeerConnection::emitState(
+    const char* what, State& field, State state,
+    void (RTCPeerConnectionDelegate::*callback)(const RTCPeerConnectionPtr&, State)) {
     if (isClosed()) {
         return;
     }
-    context_->record(name_ + ".event(iceConnectionState=" + std::to_string(state) + ")");
-    {
-        std::lock_guard lock(mutex_);
-        iceState_ = state;
-    }
-    notify([state](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
-        d.peerConnectionDidChangeIceConnectionState(pc, state);
+    context_->record(name_ + ".event(" + what + "=" + std::to_string(state) + ")");
+    lockedSet(mutex_, field, state);
+    notify([state, callback](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
+        (d.*callback)(pc, state);
     });
+}
+
+void FakeRTCPeerConnection::emitIceConnectionState(RTCIceConnectionState state) {
+    emitState("iceConnectionState", ice_, state,
+              &RTCPeerConnectionDelegate::peerConnectionDidChangeIceConnectionState);
 }
 
 void FakeRTCPeerConnection::emitConnectionState(RTCPeerConnectionState state) {
-    if (isClosed()) {
-        return;
-    }
-    context_->record(name_ + ".event(connectionState=" + std::to_string(state) + ")");
-    {
-        std::lock_guard lock(mutex_);
-        connectionState_ = state;
-    }
-    notify([state](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
-        d.peerConnectionDidChangeConnectionState(pc, state);
-    });
+    emitState("connectionState", connection_, state,
+              &RTCPeerConnectionDelegate::peerConnectionDidChangeConnectionState);
 }
 
 void FakeRTCPeerConnection::emitIceGatheringState(RTCIceGatheringState state) {
-    if (isClosed()) {
-        return;
-    }
-    context_->record(name_ + ".event(iceGatheringState=" + std::to_string(state) + ")");
-    {
-        std::lock_guard lock(mutex_);
-        gatheringState_ = state;
-    }
-    notify([state](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
-        d.peerConnectionDidChangeIceGatheringState(pc, state);
-    });
+    emitState("iceGatheringState", gathering_, state,
+              &RTCPeerConnectionDelegate::peerConnectionDidChangeIceGatheringState);
 }
 
 void FakeRTCPeerConnection::emitSignalingState(RTCSignalingState state) {
-    if (isClosed()) {
-        return;
-    }
-    context_->record(name_ + ".event(signalingState=" + std::to_string(state) + ")");
-    {
-        std::lock_guard lock(mutex_);
-        signalingState_ = state;
-    }
-    notify([state](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
-        d.peerConnectionDidChangeSignalingState(pc, state);
-    });
+    emitState("signalingState", signaling_, state,
+              &RTCPeerConnectionDelegate::peerConnectionDidChangeSignalingState);
 }
 
 void FakeRTCPeerConnection::emitStartReceiving(RTCRtpMediaType mediaType) {

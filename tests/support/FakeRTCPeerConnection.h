@@ -30,15 +30,15 @@ class FakeRTCRtpSender : public RTCRtpSender {
                      RTCMediaStreamTrackPtr track, std::vector<std::string> streamIds);
 
     std::string senderId() const override { return senderId_; }
-    RTCMediaStreamTrackPtr track() const override;
+    RTCMediaStreamTrackPtr track() const override { return lockedCopy(mutex_, track_); }
     std::vector<std::string> streamIds() const override { return streamIds_; }
-    RTCRtpParameters parameters() const override;
+    RTCRtpParameters parameters() const override { return lockedCopy(mutex_, parameters_); }
     /// Recorded (accepted or not) as "<sender>.setParameters(<max bitrates>)".
     bool setParameters(const RTCRtpParameters& parameters) override;
 
     /// Every setParameters call, in order.
-    std::vector<RTCRtpParameters> setParametersCalls() const;
-    void clearTrack();
+    std::vector<RTCRtpParameters> setParametersCalls() const { return lockedCopy(mutex_, calls_); }
+    void clearTrack() { lockedSet(mutex_, track_, nullptr); }
 
   private:
     std::shared_ptr<FakeRTCContext> context_;
@@ -66,19 +66,25 @@ class FakeRTCRtpTransceiver : public RTCRtpTransceiver {
   public:
     FakeRTCRtpTransceiver(RTCRtpMediaType mediaType, std::shared_ptr<FakeRTCRtpSender> sender,
                           std::shared_ptr<FakeRTCRtpReceiver> receiver,
-                          RTCRtpTransceiverDirection direction);
+                          RTCRtpTransceiverDirection direction)
+        : mediaType_(mediaType),
+          sender_(std::move(sender)),
+          receiver_(std::move(receiver)),
+          direction_(direction) {}
 
     RTCRtpMediaType mediaType() const override { return mediaType_; }
-    std::optional<std::string> mid() const override;
+    std::optional<std::string> mid() const override { return lockedCopy(mutex_, mid_); }
     RTCRtpSenderPtr sender() const override { return sender_; }
     RTCRtpReceiverPtr receiver() const override { return receiver_; }
-    RTCRtpTransceiverDirection direction() const override;
-    void setDirection(RTCRtpTransceiverDirection direction) override;
-    std::optional<RTCRtpTransceiverDirection> currentDirection() const override;
+    RTCRtpTransceiverDirection direction() const override { return lockedCopy(mutex_, direction_); }
+    void setDirection(RTCRtpTransceiverDirection d) override { lockedSet(mutex_, direction_, d); }
+    std::optional<RTCRtpTransceiverDirection> currentDirection() const override {
+        return lockedCopy(mutex_, current_);
+    }
 
     std::shared_ptr<FakeRTCRtpSender> fakeSender() const { return sender_; }
-    void setMid(std::string mid);
-    void setCurrentDirection(RTCRtpTransceiverDirection direction);
+    void setMid(std::string mid) { lockedSet(mutex_, mid_, std::move(mid)); }
+    void setCurrentDirection(RTCRtpTransceiverDirection d) { lockedSet(mutex_, current_, d); }
 
   private:
     RTCRtpMediaType mediaType_;
@@ -128,35 +134,49 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     /// queue (the event methods below do nothing once closed); pending
     /// operations stay pending for the test to complete.
     void close() override;
-    RTCSignalingState signalingState() const override;
-    RTCIceConnectionState iceConnectionState() const override;
-    RTCIceGatheringState iceGatheringState() const override;
-    RTCPeerConnectionState connectionState() const override;
-    RTCSessionDescriptionPtr localDescription() const override;
-    RTCSessionDescriptionPtr remoteDescription() const override;
+    RTCSignalingState signalingState() const override { return lockedCopy(mutex_, signaling_); }
+    RTCIceConnectionState iceConnectionState() const override { return lockedCopy(mutex_, ice_); }
+    RTCIceGatheringState iceGatheringState() const override {
+        return lockedCopy(mutex_, gathering_);
+    }
+    RTCPeerConnectionState connectionState() const override {
+        return lockedCopy(mutex_, connection_);
+    }
+    RTCSessionDescriptionPtr localDescription() const override {
+        return lockedCopy(mutex_, localDescription_);
+    }
+    RTCSessionDescriptionPtr remoteDescription() const override {
+        return lockedCopy(mutex_, remoteDescription_);
+    }
     /// Reports the counters set with setStatistics (zeros by default) on the
     /// callback queue.
     void statisticsWithCompletionHandler(RTCStatisticsCompletionHandler completion) override;
-    void setStatistics(RTCStatisticsReport report);
+    void setStatistics(RTCStatisticsReport report) { lockedSet(mutex_, statistics_, report); }
 
     // ---- What was called -----------------------------------------------------
 
     const std::string& name() const { return name_; }
     RTCMediaConstraintsPtr creationConstraints() const { return constraints_; }
-    std::vector<RTCMediaConstraintsPtr> offerConstraints() const;
-    std::vector<RTCMediaConstraintsPtr> answerConstraints() const;
+    using Constraints = std::vector<RTCMediaConstraintsPtr>;
+    using Descriptions = std::vector<RTCSessionDescriptionPtr>;
+    Constraints offerConstraints() const { return lockedCopy(mutex_, offerConstraints_); }
+    Constraints answerConstraints() const { return lockedCopy(mutex_, answerConstraints_); }
     /// Descriptions handed to setLocal/setRemoteDescription, when called.
-    std::vector<RTCSessionDescriptionPtr> localDescriptionsSet() const;
-    std::vector<RTCSessionDescriptionPtr> remoteDescriptionsSet() const;
-    std::vector<RTCIceCandidatePtr> addedCandidates() const;
+    Descriptions localDescriptionsSet() const { return lockedCopy(mutex_, localSet_); }
+    Descriptions remoteDescriptionsSet() const { return lockedCopy(mutex_, remoteSet_); }
+    std::vector<RTCIceCandidatePtr> addedCandidates() const {
+        return lockedCopy(mutex_, candidates_);
+    }
     struct AddedTrack {
         RTCMediaStreamTrackPtr track;
         std::vector<std::string> streamIds;
     };
-    std::vector<AddedTrack> addedTracks() const;
-    std::vector<RTCRtpSenderPtr> removedSenders() const;
-    size_t closeCount() const;
-    bool isClosed() const;
+    std::vector<AddedTrack> addedTracks() const { return lockedCopy(mutex_, addedTracks_); }
+    std::vector<RTCRtpSenderPtr> removedSenders() const {
+        return lockedCopy(mutex_, removedSenders_);
+    }
+    size_t closeCount() const { return lockedCopy(mutex_, closeCount_); }
+    bool isClosed() const { return closeCount() > 0; }
 
     // ---- Completing pending operations --------------------------------------
 
@@ -216,6 +236,11 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
         RTCSetSessionDescriptionCompletionHandler setCompletion;
     };
     std::optional<Pending> takePending(Operation operation);
+    bool completeCreate(Operation operation, RTCSdpType type, std::optional<std::string> sdp);
+    bool completeSet(Operation operation, bool local);
+    template <class State>
+    void emitState(const char* what, State& field, State state,
+                   void (RTCPeerConnectionDelegate::*callback)(const RTCPeerConnectionPtr&, State));
     std::shared_ptr<FakeRTCRtpTransceiver> makeTransceiver(RTCRtpMediaType type,
                                                            RTCMediaStreamTrackPtr track,
                                                            std::vector<std::string> streamIds,
@@ -246,10 +271,10 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     std::vector<RTCRtpSenderPtr> removedSenders_;
     size_t closeCount_ = 0;
     size_t idCounter_ = 0;
-    RTCSignalingState signalingState_ = RTCSignalingStateStable;
-    RTCIceConnectionState iceState_ = RTCIceConnectionStateNew;
-    RTCIceGatheringState gatheringState_ = RTCIceGatheringStateNew;
-    RTCPeerConnectionState connectionState_ = RTCPeerConnectionStateNew;
+    RTCSignalingState signaling_ = RTCSignalingStateStable;
+    RTCIceConnectionState ice_ = RTCIceConnectionStateNew;
+    RTCIceGatheringState gathering_ = RTCIceGatheringStateNew;
+    RTCPeerConnectionState connection_ = RTCPeerConnectionStateNew;
     RTCSessionDescriptionPtr localDescription_;
     RTCSessionDescriptionPtr remoteDescription_;
 };

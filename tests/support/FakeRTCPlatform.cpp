@@ -34,25 +34,16 @@ FakeRTCPeerConnectionFactory::FakeRTCPeerConnectionFactory(
       decoderFactory_(std::move(decoderFactory)),
       audioSession_(std::move(audioSession)) {}
 
-void FakeRTCPeerConnectionFactory::setFailsPeerConnections(bool fails) {
-    std::lock_guard lock(mutex_);
-    failsPeerConnections_ = fails;
-}
-
 RTCPeerConnectionPtr FakeRTCPeerConnectionFactory::peerConnectionWithConfiguration(
     const RTCConfigurationPtr& configuration, const RTCMediaConstraintsPtr& constraints,
     const std::shared_ptr<RTCPeerConnectionDelegate>& delegate) {
-    bool usable = configuration != nullptr;
+    bool usable = configuration != nullptr && !lockedCopy(mutex_, failsPeerConnections_);
     if (usable && configuration->iceServers()) {
         for (const auto& server : *configuration->iceServers()) {
             for (const auto& url : server ? server->urlStrings() : std::vector<std::string>{}) {
                 usable = usable && usableUrl(url);
             }
         }
-    }
-    {
-        std::lock_guard lock(mutex_);
-        usable = usable && !failsPeerConnections_;
     }
     if (!usable) {
         context_->record(name_ + ".peerConnection(nil)");
@@ -105,34 +96,6 @@ RTCVideoTrackPtr FakeRTCPeerConnectionFactory::videoTrackWithSource(const RTCVid
     return track;
 }
 
-std::vector<std::shared_ptr<FakeRTCPeerConnection>> FakeRTCPeerConnectionFactory::peerConnections()
-    const {
-    std::lock_guard lock(mutex_);
-    return peerConnections_;
-}
-
-std::vector<std::shared_ptr<FakeRTCAudioSource>> FakeRTCPeerConnectionFactory::audioSources()
-    const {
-    std::lock_guard lock(mutex_);
-    return audioSources_;
-}
-
-std::vector<std::shared_ptr<FakeRTCAudioTrack>> FakeRTCPeerConnectionFactory::audioTracks() const {
-    std::lock_guard lock(mutex_);
-    return audioTracks_;
-}
-
-std::vector<std::shared_ptr<FakeRTCVideoSource>> FakeRTCPeerConnectionFactory::videoSources()
-    const {
-    std::lock_guard lock(mutex_);
-    return videoSources_;
-}
-
-std::vector<std::shared_ptr<FakeRTCVideoTrack>> FakeRTCPeerConnectionFactory::videoTracks() const {
-    std::lock_guard lock(mutex_);
-    return videoTracks_;
-}
-
 // ---- Platform ------------------------------------------------------------------
 
 std::shared_ptr<FakeRTCPlatform> FakeRTCPlatform::install() {
@@ -163,16 +126,6 @@ RTCPeerConnectionFactoryPtr FakeRTCPlatform::peerConnectionFactory(
     return factory;
 }
 
-std::vector<RTCVideoCodecInfoPtr> FakeRTCPlatform::supportedVideoEncoderCodecs() {
-    std::lock_guard lock(mutex_);
-    return encoderCodecs_;
-}
-
-std::vector<RTCVideoCodecInfoPtr> FakeRTCPlatform::supportedVideoDecoderCodecs() {
-    std::lock_guard lock(mutex_);
-    return decoderCodecs_;
-}
-
 RTCCameraVideoCapturerPtr FakeRTCPlatform::cameraVideoCapturer(
     const std::shared_ptr<RTCVideoCapturerDelegate>& delegate) {
     auto capturer = std::make_shared<FakeRTCCameraVideoCapturer>(
@@ -181,11 +134,6 @@ RTCCameraVideoCapturerPtr FakeRTCPlatform::cameraVideoCapturer(
     std::lock_guard lock(mutex_);
     capturers_.push_back(capturer);
     return capturer;
-}
-
-std::vector<RTCCaptureDevicePtr> FakeRTCPlatform::captureDevices() {
-    std::lock_guard lock(mutex_);
-    return devices_;
 }
 
 RTCCertificatePtr FakeRTCPlatform::generateCertificate(RTCKeyType keyType, int64_t expiresMs) {
@@ -204,11 +152,6 @@ RTCCertificatePtr FakeRTCPlatform::generateCertificate(RTCKeyType keyType, int64
     return certificate;
 }
 
-bool FakeRTCPlatform::isProximityMonitoringEnabled() const {
-    std::lock_guard lock(mutex_);
-    return proximity_;
-}
-
 void FakeRTCPlatform::setProximityMonitoringEnabled(bool enabled) {
     context_->record("device.setProximityMonitoringEnabled(" + std::to_string(enabled ? 1 : 0) +
                      ")");
@@ -217,47 +160,7 @@ void FakeRTCPlatform::setProximityMonitoringEnabled(bool enabled) {
     proximityHistory_.push_back(enabled);
 }
 
-void FakeRTCPlatform::setEncoderCodecs(std::vector<RTCVideoCodecInfoPtr> codecs) {
-    std::lock_guard lock(mutex_);
-    encoderCodecs_ = std::move(codecs);
-}
-
-void FakeRTCPlatform::setDecoderCodecs(std::vector<RTCVideoCodecInfoPtr> codecs) {
-    std::lock_guard lock(mutex_);
-    decoderCodecs_ = std::move(codecs);
-}
-
-void FakeRTCPlatform::setCaptureDevices(std::vector<RTCCaptureDevicePtr> devices) {
-    std::lock_guard lock(mutex_);
-    devices_ = std::move(devices);
-}
-
-void FakeRTCPlatform::setFailsCertificates(bool fails) {
-    std::lock_guard lock(mutex_);
-    failsCertificates_ = fails;
-}
-
-std::vector<std::shared_ptr<FakeRTCPeerConnectionFactory>> FakeRTCPlatform::factories() const {
-    std::lock_guard lock(mutex_);
-    return factories_;
-}
-
-std::shared_ptr<FakeRTCPeerConnectionFactory> FakeRTCPlatform::lastFactory() const {
-    std::lock_guard lock(mutex_);
-    return factories_.empty() ? nullptr : factories_.back();
-}
-
-std::vector<std::shared_ptr<FakeRTCCameraVideoCapturer>> FakeRTCPlatform::capturers() const {
-    std::lock_guard lock(mutex_);
-    return capturers_;
-}
-
-std::shared_ptr<FakeRTCCameraVideoCapturer> FakeRTCPlatform::lastCapturer() const {
-    std::lock_guard lock(mutex_);
-    return capturers_.empty() ? nullptr : capturers_.back();
-}
-
-std::vector<std::shared_ptr<FakeRTCPeerConnection>> FakeRTCPlatform::peerConnections() const {
+FakeRTCPlatform::List<FakeRTCPeerConnection> FakeRTCPlatform::peerConnections() const {
     // Names are numbered in creation order across factories.
     std::vector<std::shared_ptr<FakeRTCPeerConnection>> all;
     for (const auto& factory : factories()) {
@@ -272,16 +175,5 @@ std::vector<std::shared_ptr<FakeRTCPeerConnection>> FakeRTCPlatform::peerConnect
 }
 
 std::shared_ptr<FakeRTCPeerConnection> FakeRTCPlatform::lastPeerConnection() const {
-    auto all = peerConnections();
-    return all.empty() ? nullptr : all.back();
-}
-
-std::vector<FakeRTCPlatform::CertificateRequest> FakeRTCPlatform::certificateRequests() const {
-    std::lock_guard lock(mutex_);
-    return certificates_;
-}
-
-std::vector<bool> FakeRTCPlatform::proximityHistory() const {
-    std::lock_guard lock(mutex_);
-    return proximityHistory_;
+    return last(peerConnections());
 }

@@ -49,13 +49,17 @@ class FakeRTCPeerConnectionFactory : public RTCPeerConnectionFactory {
     const std::string& name() const { return name_; }
     RTCDefaultVideoEncoderFactoryPtr encoderFactory() const { return encoderFactory_; }
     RTCDefaultVideoDecoderFactoryPtr decoderFactory() const { return decoderFactory_; }
-    void setFailsPeerConnections(bool fails);
+    void setFailsPeerConnections(bool fails) { lockedSet(mutex_, failsPeerConnections_, fails); }
 
-    std::vector<std::shared_ptr<FakeRTCPeerConnection>> peerConnections() const;
-    std::vector<std::shared_ptr<FakeRTCAudioSource>> audioSources() const;
-    std::vector<std::shared_ptr<FakeRTCAudioTrack>> audioTracks() const;
-    std::vector<std::shared_ptr<FakeRTCVideoSource>> videoSources() const;
-    std::vector<std::shared_ptr<FakeRTCVideoTrack>> videoTracks() const;
+    template <class T>
+    using List = std::vector<std::shared_ptr<T>>;
+    List<FakeRTCPeerConnection> peerConnections() const {
+        return lockedCopy(mutex_, peerConnections_);
+    }
+    List<FakeRTCAudioSource> audioSources() const { return lockedCopy(mutex_, audioSources_); }
+    List<FakeRTCAudioTrack> audioTracks() const { return lockedCopy(mutex_, audioTracks_); }
+    List<FakeRTCVideoSource> videoSources() const { return lockedCopy(mutex_, videoSources_); }
+    List<FakeRTCVideoTrack> videoTracks() const { return lockedCopy(mutex_, videoTracks_); }
 
   private:
     std::shared_ptr<FakeRTCContext> context_;
@@ -65,11 +69,11 @@ class FakeRTCPeerConnectionFactory : public RTCPeerConnectionFactory {
     std::shared_ptr<FakeRTCAudioSession> audioSession_;
     mutable std::mutex mutex_;
     bool failsPeerConnections_ = false;
-    std::vector<std::shared_ptr<FakeRTCPeerConnection>> peerConnections_;
-    std::vector<std::shared_ptr<FakeRTCAudioSource>> audioSources_;
-    std::vector<std::shared_ptr<FakeRTCAudioTrack>> audioTracks_;
-    std::vector<std::shared_ptr<FakeRTCVideoSource>> videoSources_;
-    std::vector<std::shared_ptr<FakeRTCVideoTrack>> videoTracks_;
+    List<FakeRTCPeerConnection> peerConnections_;
+    List<FakeRTCAudioSource> audioSources_;
+    List<FakeRTCAudioTrack> audioTracks_;
+    List<FakeRTCVideoSource> videoSources_;
+    List<FakeRTCVideoTrack> videoTracks_;
 };
 
 class FakeRTCPlatform : public RTCPlatform {
@@ -87,17 +91,20 @@ class FakeRTCPlatform : public RTCPlatform {
     RTCPeerConnectionFactoryPtr peerConnectionFactory(
         const RTCDefaultVideoEncoderFactoryPtr& encoderFactory,
         const RTCDefaultVideoDecoderFactoryPtr& decoderFactory) override;
-    std::vector<RTCVideoCodecInfoPtr> supportedVideoEncoderCodecs() override;
-    std::vector<RTCVideoCodecInfoPtr> supportedVideoDecoderCodecs() override;
+    using Codecs = std::vector<RTCVideoCodecInfoPtr>;
+    Codecs supportedVideoEncoderCodecs() override { return lockedCopy(mutex_, encoderCodecs_); }
+    Codecs supportedVideoDecoderCodecs() override { return lockedCopy(mutex_, decoderCodecs_); }
     /// Recorded as "platform.cameraVideoCapturer(<capturer name>)".
     RTCCameraVideoCapturerPtr cameraVideoCapturer(
         const std::shared_ptr<RTCVideoCapturerDelegate>& delegate) override;
-    std::vector<RTCCaptureDevicePtr> captureDevices() override;
+    std::vector<RTCCaptureDevicePtr> captureDevices() override {
+        return lockedCopy(mutex_, devices_);
+    }
     RTCAudioSessionPtr audioSession() override { return audioSession_; }
     /// A new certificate with distinct fake PEM text, or nullptr while
     /// setFailsCertificates(true). Recorded as "platform.generateCertificate(...)".
     RTCCertificatePtr generateCertificate(RTCKeyType keyType, int64_t expiresMs) override;
-    bool isProximityMonitoringEnabled() const override;
+    bool isProximityMonitoringEnabled() const override { return lockedCopy(mutex_, proximity_); }
     /// Recorded as "device.setProximityMonitoringEnabled(<0|1>)".
     void setProximityMonitoringEnabled(bool enabled) override;
 
@@ -107,39 +114,50 @@ class FakeRTCPlatform : public RTCPlatform {
     std::shared_ptr<FakeRTCAudioSession> fakeAudioSession() const { return audioSession_; }
 
     /// Defaults: encoders VP8, VP9, H264; decoders the same.
-    void setEncoderCodecs(std::vector<RTCVideoCodecInfoPtr> codecs);
-    void setDecoderCodecs(std::vector<RTCVideoCodecInfoPtr> codecs);
+    void setEncoderCodecs(Codecs codecs) { lockedSet(mutex_, encoderCodecs_, std::move(codecs)); }
+    void setDecoderCodecs(Codecs codecs) { lockedSet(mutex_, decoderCodecs_, std::move(codecs)); }
     /// Defaults: FakeRTCDefaultCaptureDevices() (front, then back).
-    void setCaptureDevices(std::vector<RTCCaptureDevicePtr> devices);
-    void setFailsCertificates(bool fails);
+    void setCaptureDevices(std::vector<RTCCaptureDevicePtr> devices) {
+        lockedSet(mutex_, devices_, std::move(devices));
+    }
+    void setFailsCertificates(bool fails) { lockedSet(mutex_, failsCertificates_, fails); }
 
-    std::vector<std::shared_ptr<FakeRTCPeerConnectionFactory>> factories() const;
-    std::shared_ptr<FakeRTCPeerConnectionFactory> lastFactory() const;
-    std::vector<std::shared_ptr<FakeRTCCameraVideoCapturer>> capturers() const;
-    std::shared_ptr<FakeRTCCameraVideoCapturer> lastCapturer() const;
+    template <class T>
+    using List = std::vector<std::shared_ptr<T>>;
+    List<FakeRTCPeerConnectionFactory> factories() const { return lockedCopy(mutex_, factories_); }
+    std::shared_ptr<FakeRTCPeerConnectionFactory> lastFactory() const { return last(factories()); }
+    List<FakeRTCCameraVideoCapturer> capturers() const { return lockedCopy(mutex_, capturers_); }
+    std::shared_ptr<FakeRTCCameraVideoCapturer> lastCapturer() const { return last(capturers()); }
     /// Peer connections of every factory, in creation order.
-    std::vector<std::shared_ptr<FakeRTCPeerConnection>> peerConnections() const;
+    List<FakeRTCPeerConnection> peerConnections() const;
     std::shared_ptr<FakeRTCPeerConnection> lastPeerConnection() const;
     struct CertificateRequest {
         RTCKeyType keyType;
         int64_t expiresMs;
         RTCCertificatePtr certificate;
     };
-    std::vector<CertificateRequest> certificateRequests() const;
+    std::vector<CertificateRequest> certificateRequests() const {
+        return lockedCopy(mutex_, certificates_);
+    }
     /// Every value passed to setProximityMonitoringEnabled, in order.
-    std::vector<bool> proximityHistory() const;
+    std::vector<bool> proximityHistory() const { return lockedCopy(mutex_, proximityHistory_); }
 
   private:
+    template <class T>
+    static std::shared_ptr<T> last(const List<T>& all) {
+        return all.empty() ? nullptr : all.back();
+    }
+
     std::shared_ptr<FakeRTCContext> context_;
     std::shared_ptr<FakeRTCAudioSession> audioSession_;
     mutable std::mutex mutex_;
-    std::vector<RTCVideoCodecInfoPtr> encoderCodecs_;
-    std::vector<RTCVideoCodecInfoPtr> decoderCodecs_;
+    Codecs encoderCodecs_;
+    Codecs decoderCodecs_;
     std::vector<RTCCaptureDevicePtr> devices_;
     bool failsCertificates_ = false;
     bool proximity_ = false;
     std::vector<bool> proximityHistory_;
-    std::vector<std::shared_ptr<FakeRTCPeerConnectionFactory>> factories_;
-    std::vector<std::shared_ptr<FakeRTCCameraVideoCapturer>> capturers_;
+    List<FakeRTCPeerConnectionFactory> factories_;
+    List<FakeRTCCameraVideoCapturer> capturers_;
     std::vector<CertificateRequest> certificates_;
 };

@@ -30,29 +30,9 @@ void FakeRTCVideoSource::capturer(RTCVideoCapturer* /*capturer*/, const RTCVideo
     }
 }
 
-size_t FakeRTCVideoSource::framesReceived() const {
-    std::lock_guard lock(mutex_);
-    return frames_;
-}
-
-RTCVideoFramePtr FakeRTCVideoSource::lastFrame() const {
-    std::lock_guard lock(mutex_);
-    return last_;
-}
-
-void FakeRTCVideoSource::attachTrack(const std::shared_ptr<FakeRTCVideoTrack>& track) {
-    std::lock_guard lock(mutex_);
-    tracks_.push_back(track);
-}
-
 FakeRTCVideoTrack::FakeRTCVideoTrack(std::shared_ptr<FakeRTCContext> context, std::string trackId,
                                      RTCVideoSourcePtr source)
     : context_(std::move(context)), trackId_(std::move(trackId)), source_(std::move(source)) {}
-
-bool FakeRTCVideoTrack::isEnabled() const {
-    std::lock_guard lock(mutex_);
-    return enabled_;
-}
 
 void FakeRTCVideoTrack::setIsEnabled(bool enabled) {
     context_->record("videoTrack(" + trackId_ + ").setIsEnabled(" +
@@ -77,16 +57,6 @@ void FakeRTCVideoTrack::removeRenderer(const RTCVideoRendererPtr& renderer) {
     context_->record("videoTrack(" + trackId_ + ").removeRenderer");
     std::lock_guard lock(mutex_);
     renderers_.erase(std::remove(renderers_.begin(), renderers_.end(), renderer), renderers_.end());
-}
-
-std::vector<RTCVideoRendererPtr> FakeRTCVideoTrack::renderers() const {
-    std::lock_guard lock(mutex_);
-    return renderers_;
-}
-
-std::vector<bool> FakeRTCVideoTrack::enabledHistory() const {
-    std::lock_guard lock(mutex_);
-    return history_;
 }
 
 size_t FakeRTCVideoTrack::deliverFrame(const RTCVideoFramePtr& frame) {

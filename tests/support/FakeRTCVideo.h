@@ -22,10 +22,13 @@ class FakeRTCVideoSource : public RTCVideoSource {
     void capturer(RTCVideoCapturer* capturer, const RTCVideoFramePtr& frame) override;
 
     const std::string& name() const { return name_; }
-    size_t framesReceived() const;
-    RTCVideoFramePtr lastFrame() const;
+    size_t framesReceived() const { return lockedCopy(mutex_, frames_); }
+    RTCVideoFramePtr lastFrame() const { return lockedCopy(mutex_, last_); }
     /// Called by the factory when it makes a track on this source.
-    void attachTrack(const std::shared_ptr<FakeRTCVideoTrack>& track);
+    void attachTrack(const std::shared_ptr<FakeRTCVideoTrack>& track) {
+        std::lock_guard lock(mutex_);
+        tracks_.push_back(track);
+    }
 
   private:
     std::shared_ptr<FakeRTCContext> context_;
@@ -45,7 +48,7 @@ class FakeRTCVideoTrack : public RTCVideoTrack {
                       RTCVideoSourcePtr source);
 
     std::string trackId() const override { return trackId_; }
-    bool isEnabled() const override;
+    bool isEnabled() const override { return lockedCopy(mutex_, enabled_); }
     /// Recorded as "videoTrack(<id>).setIsEnabled(<0|1>)".
     void setIsEnabled(bool enabled) override;
     RTCMediaStreamTrackState readyState() const override { return RTCMediaStreamTrackStateLive; }
@@ -54,8 +57,8 @@ class FakeRTCVideoTrack : public RTCVideoTrack {
     void addRenderer(const RTCVideoRendererPtr& renderer) override;
     void removeRenderer(const RTCVideoRendererPtr& renderer) override;
 
-    std::vector<RTCVideoRendererPtr> renderers() const;
-    std::vector<bool> enabledHistory() const;
+    std::vector<RTCVideoRendererPtr> renderers() const { return lockedCopy(mutex_, renderers_); }
+    std::vector<bool> enabledHistory() const { return lockedCopy(mutex_, history_); }
     /// Hands `frame` to every renderer (the engine decoding or capturing one).
     /// Returns how many renderers got it (0 while disabled).
     size_t deliverFrame(const RTCVideoFramePtr& frame);
