@@ -5,34 +5,12 @@
 #include <future>
 
 void GStreamerCountingRenderer::setSize(CGSize size) {
-    std::lock_guard lock(mutex_);
-    size_ = size;
+    lockedSet(mutex_, size_, size);
 }
 
 void GStreamerCountingRenderer::renderFrame(const RTCVideoFramePtr& frame) {
-    {
-        std::lock_guard lock(mutex_);
-        last_ = frame;
-        if (first_ == std::chrono::steady_clock::time_point{}) {
-            first_ = std::chrono::steady_clock::now();
-        }
-    }
+    lockedSet(mutex_, last_, frame);
     frames_.fetch_add(1);
-}
-
-CGSize GStreamerCountingRenderer::size() const {
-    std::lock_guard lock(mutex_);
-    return size_;
-}
-
-std::chrono::steady_clock::time_point GStreamerCountingRenderer::firstFrameAt() const {
-    std::lock_guard lock(mutex_);
-    return first_;
-}
-
-RTCVideoFramePtr GStreamerCountingRenderer::lastFrame() const {
-    std::lock_guard lock(mutex_);
-    return last_;
 }
 
 void GStreamerPeer::peerConnectionDidChangeIceConnectionState(const RTCPeerConnectionPtr&,
@@ -97,43 +75,24 @@ bool GStreamerPeer::waitFor(double seconds, const std::function<bool()>& predica
     return true;
 }
 
+namespace {
+template <class State>
+bool endsWith(const std::vector<State>& states, State state) {
+    return !states.empty() && states.back() == state;
+}
+}  // namespace
+
 bool GStreamerPeer::waitForIce(RTCIceConnectionState state, double seconds) {
-    return waitFor(seconds, [&] {
-        auto states = iceStates();
-        return !states.empty() && states.back() == state;
-    });
+    return waitFor(seconds, [&] { return endsWith(iceStates(), state); });
 }
 
 bool GStreamerPeer::waitForConnection(RTCPeerConnectionState state, double seconds) {
-    return waitFor(seconds, [&] {
-        auto states = connectionStates();
-        return !states.empty() && states.back() == state;
-    });
-}
-
-std::vector<RTCIceConnectionState> GStreamerPeer::iceStates() const {
-    std::lock_guard lock(mutex_);
-    return ice_;
+    return waitFor(seconds, [&] { return endsWith(connectionStates(), state); });
 }
 
 bool GStreamerPeer::sawIce(RTCIceConnectionState state) const {
     std::lock_guard lock(mutex_);
     return std::find(ice_.begin(), ice_.end(), state) != ice_.end();
-}
-
-std::vector<RTCPeerConnectionState> GStreamerPeer::connectionStates() const {
-    std::lock_guard lock(mutex_);
-    return connection_;
-}
-
-std::chrono::steady_clock::time_point GStreamerPeer::connectedAt() const {
-    std::lock_guard lock(mutex_);
-    return connectedAt_;
-}
-
-std::vector<std::string> GStreamerPeer::candidateLines() const {
-    std::lock_guard lock(mutex_);
-    return candidates_;
 }
 
 std::string GStreamerTamperedFingerprints(std::string sdp) {

@@ -14,6 +14,7 @@
 #include "RTCGstPeerConnection.h"
 #include "RTCGstPlatform.h"
 #include "VelmorinVideoChat/Platform/RTC/RTCPlatform.h"
+#include "support/Locked.h"
 
 /// Counts frames and remembers the last size it was told.
 class GStreamerCountingRenderer final : public RTCVideoRenderer {
@@ -21,17 +22,14 @@ class GStreamerCountingRenderer final : public RTCVideoRenderer {
     void setSize(CGSize size) override;
     void renderFrame(const RTCVideoFramePtr& frame) override;
     uint64_t frames() const { return frames_.load(); }
-    CGSize size() const;
-    RTCVideoFramePtr lastFrame() const;
-    /// When the first frame arrived (epoch if none yet).
-    std::chrono::steady_clock::time_point firstFrameAt() const;
+    CGSize size() const { return lockedCopy(mutex_, size_); }
+    RTCVideoFramePtr lastFrame() const { return lockedCopy(mutex_, last_); }
 
   private:
     std::atomic<uint64_t> frames_{0};
     mutable std::mutex mutex_;
     CGSize size_;
     RTCVideoFramePtr last_;
-    std::chrono::steady_clock::time_point first_{};
 };
 
 /// One side: its peer connection, local media and everything its delegate heard.
@@ -62,13 +60,17 @@ class GStreamerPeer final : public RTCPeerConnectionDelegate,
     bool waitFor(double seconds, const std::function<bool()>& predicate);
     bool waitForIce(RTCIceConnectionState state, double seconds);
     bool waitForConnection(RTCPeerConnectionState state, double seconds);
-    std::vector<RTCIceConnectionState> iceStates() const;
+    std::vector<RTCIceConnectionState> iceStates() const { return lockedCopy(mutex_, ice_); }
     /// Whether the ICE state was ever `state`.
     bool sawIce(RTCIceConnectionState state) const;
-    std::vector<RTCPeerConnectionState> connectionStates() const;
-    std::vector<std::string> candidateLines() const;
+    std::vector<RTCPeerConnectionState> connectionStates() const {
+        return lockedCopy(mutex_, connection_);
+    }
+    std::vector<std::string> candidateLines() const { return lockedCopy(mutex_, candidates_); }
     /// When the connection state first became Connected (epoch if never).
-    std::chrono::steady_clock::time_point connectedAt() const;
+    std::chrono::steady_clock::time_point connectedAt() const {
+        return lockedCopy(mutex_, connectedAt_);
+    }
     /// Where local candidates go (the other peer); until set they are kept.
     void setCandidateSink(std::function<void(const RTCIceCandidatePtr&)> sink);
     /// Stops the capture and closes the peer connection.

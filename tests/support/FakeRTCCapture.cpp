@@ -56,9 +56,7 @@ void FakeRTCCameraVideoCapturer::startCaptureWithDevice(const RTCCaptureDevicePt
     {
         std::lock_guard lock(mutex_);
         starts_.push_back(Start{device, format, fps});
-        if (startError_) {
-            error = startError_;
-        } else if (!device || !format || fps < 1) {
+        if (!device || !format || fps < 1) {
             error = captureError("A device, a format and a frame rate of at least 1 are needed.");
         } else {
             current_ = Start{device, format, fps};
@@ -77,7 +75,6 @@ void FakeRTCCameraVideoCapturer::stopCaptureWithCompletionHandler(
     context_->record(name_ + ".stopCapture()");
     {
         std::lock_guard lock(mutex_);
-        ++stops_;
         current_.reset();
     }
     session_->setRunning(false);

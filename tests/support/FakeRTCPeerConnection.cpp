@@ -145,11 +145,10 @@ void FakeRTCPeerConnection::offerForConstraints(
 }
 
 void FakeRTCPeerConnection::answerForConstraints(
-    const RTCMediaConstraintsPtr& constraints,
+    const RTCMediaConstraintsPtr& /*constraints*/,
     RTCCreateSessionDescriptionCompletionHandler completion) {
     context_->record(name_ + ".answerForConstraints()");
     std::lock_guard lock(mutex_);
-    answerConstraints_.push_back(constraints);
     pending_.push_back(Pending{Operation::CreateAnswer, nullptr, std::move(completion), nullptr});
 }
 
@@ -157,7 +156,6 @@ void FakeRTCPeerConnection::setLocalDescription(
     const RTCSessionDescriptionPtr& sdp, RTCSetSessionDescriptionCompletionHandler completion) {
     context_->record(name_ + ".setLocalDescription(" + describe(sdp) + ")");
     std::lock_guard lock(mutex_);
-    localSet_.push_back(sdp);
     pending_.push_back(
         Pending{Operation::SetLocalDescription, sdp, nullptr, std::move(completion)});
 }
@@ -195,8 +193,7 @@ RTCRtpSenderPtr FakeRTCPeerConnection::addTrack(const RTCMediaStreamTrackPtr& tr
     context_->record(name_ + ".addTrack(" +
                      (track ? track->kind() + ":" + track->trackId() : "nil") + ",[" + ids + "])");
     std::lock_guard lock(mutex_);
-    addedTracks_.push_back(AddedTrack{track, streamIds});
-    if (!track || closeCount_ > 0) {
+    if (!track || closed_) {
         return nullptr;
     }
     for (const auto& t : transceivers_) {
@@ -234,7 +231,7 @@ bool FakeRTCPeerConnection::removeTrack(const RTCRtpSenderPtr& sender) {
 RTCRtpTransceiverPtr FakeRTCPeerConnection::addTransceiverOfType(RTCRtpMediaType mediaType) {
     context_->record(name_ + ".addTransceiverOfType(" + std::to_string(mediaType) + ")");
     std::lock_guard lock(mutex_);
-    if (closeCount_ > 0) {
+    if (closed_) {
         return nullptr;
     }
     return makeTransceiver(mediaType, nullptr, {}, RTCRtpTransceiverDirectionSendRecv);
@@ -266,17 +263,14 @@ std::vector<RTCRtpTransceiverPtr> FakeRTCPeerConnection::transceivers() const {
 void FakeRTCPeerConnection::statisticsWithCompletionHandler(
     RTCStatisticsCompletionHandler completion) {
     if (completion) {
-        context_->dispatch(
-            [completion = std::move(completion), report = lockedCopy(mutex_, statistics_)] {
-                completion(std::make_shared<const RTCStatisticsReport>(report));
-            });
+        context_->dispatch([&] { completion(std::make_shared<const RTCStatisticsReport>()); });
     }
 }
 
 void FakeRTCPeerConnection::close() {
     context_->record(name_ + ".close()");
     std::lock_guard lock(mutex_);
-    ++closeCount_;
+    closed_ = true;
     signaling_ = RTCSignalingStateClosed;
     ice_ = RTCIceConnectionStateClosed;
     connection_ = RTCPeerConnectionStateClosed;
@@ -293,15 +287,6 @@ std::shared_ptr<FakeRTCVideoTrack> FakeRTCPeerConnection::remoteVideoTrack() con
 }
 
 // ---- Completing operations ------------------------------------------------------------
-
-std::vector<FakeRTCPeerConnection::Operation> FakeRTCPeerConnection::pendingOperations() const {
-    std::lock_guard lock(mutex_);
-    std::vector<Operation> out;
-    for (const auto& p : pending_) {
-        out.push_back(p.operation);
-    }
-    return out;
-}
 
 std::optional<FakeRTCPeerConnection::Pending> FakeRTCPeerConnection::takePending(
     Operation operation) {
@@ -558,35 +543,6 @@ void FakeRTCPeerConnection::emitIceConnectionState(RTCIceConnectionState state) 
 void FakeRTCPeerConnection::emitConnectionState(RTCPeerConnectionState state) {
     emitState("connectionState", connection_, state,
               &RTCPeerConnectionDelegate::peerConnectionDidChangeConnectionState);
-}
-
-void FakeRTCPeerConnection::emitIceGatheringState(RTCIceGatheringState state) {
-    emitState("iceGatheringState", gathering_, state,
-              &RTCPeerConnectionDelegate::peerConnectionDidChangeIceGatheringState);
-}
-
-void FakeRTCPeerConnection::emitSignalingState(RTCSignalingState state) {
-    emitState("signalingState", signaling_, state,
-              &RTCPeerConnectionDelegate::peerConnectionDidChangeSignalingState);
-}
-
-void FakeRTCPeerConnection::emitStartReceiving(RTCRtpMediaType mediaType) {
-    RTCRtpTransceiverPtr transceiver;
-    {
-        std::lock_guard lock(mutex_);
-        for (const auto& t : transceivers_) {
-            if (t->mediaType() == mediaType) {
-                transceiver = t;
-                break;
-            }
-        }
-    }
-    if (!transceiver) {
-        return;
-    }
-    notify([transceiver](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
-        d.peerConnectionDidStartReceivingOnTransceiver(pc, transceiver);
-    });
 }
 
 void FakeRTCPeerConnection::emitConnected() {

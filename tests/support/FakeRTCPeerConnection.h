@@ -5,10 +5,9 @@
 // log). Asynchronous operations (create offer/answer, set local/remote
 // description) stay pending until the test completes them, oldest first per
 // kind, with success or an error; completeAll() drives a whole negotiation.
-// The test also produces the engine's events: candidates, ICE, gathering,
-// signalling and peer-connection states, the first packet on a transceiver.
-// Completions and delegate callbacks run inline or on the context's callback
-// queue (see FakeRTCContext). All methods are thread-safe.
+// The test also produces the engine's events: candidates, ICE and
+// peer-connection states. Completions and delegate callbacks run inline (see
+// FakeRTCContext). All methods are thread-safe.
 #pragma once
 
 #include <deque>
@@ -130,15 +129,12 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     std::vector<RTCRtpReceiverPtr> receivers() const override;
     std::vector<RTCRtpTransceiverPtr> transceivers() const override;
     /// Every call is recorded; the first moves every state to Closed. No
-    /// delegate callback follows, not even one already posted to the callback
-    /// queue (the event methods below do nothing once closed); pending
-    /// operations stay pending for the test to complete.
+    /// delegate callback follows (the event methods below do nothing once
+    /// closed); pending operations stay pending for the test to complete.
     void close() override;
     RTCSignalingState signalingState() const override { return lockedCopy(mutex_, signaling_); }
     RTCIceConnectionState iceConnectionState() const override { return lockedCopy(mutex_, ice_); }
-    RTCIceGatheringState iceGatheringState() const override {
-        return lockedCopy(mutex_, gathering_);
-    }
+    RTCIceGatheringState iceGatheringState() const override { return RTCIceGatheringStateNew; }
     RTCPeerConnectionState connectionState() const override {
         return lockedCopy(mutex_, connection_);
     }
@@ -148,10 +144,8 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     RTCSessionDescriptionPtr remoteDescription() const override {
         return lockedCopy(mutex_, remoteDescription_);
     }
-    /// Reports the counters set with setStatistics (zeros by default) on the
-    /// callback queue.
+    /// Reports zero counters.
     void statisticsWithCompletionHandler(RTCStatisticsCompletionHandler completion) override;
-    void setStatistics(RTCStatisticsReport report) { lockedSet(mutex_, statistics_, report); }
 
     // ---- What was called -----------------------------------------------------
 
@@ -160,29 +154,19 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     using Constraints = std::vector<RTCMediaConstraintsPtr>;
     using Descriptions = std::vector<RTCSessionDescriptionPtr>;
     Constraints offerConstraints() const { return lockedCopy(mutex_, offerConstraints_); }
-    Constraints answerConstraints() const { return lockedCopy(mutex_, answerConstraints_); }
-    /// Descriptions handed to setLocal/setRemoteDescription, when called.
-    Descriptions localDescriptionsSet() const { return lockedCopy(mutex_, localSet_); }
+    /// Descriptions handed to setRemoteDescription, when called.
     Descriptions remoteDescriptionsSet() const { return lockedCopy(mutex_, remoteSet_); }
     std::vector<RTCIceCandidatePtr> addedCandidates() const {
         return lockedCopy(mutex_, candidates_);
     }
-    struct AddedTrack {
-        RTCMediaStreamTrackPtr track;
-        std::vector<std::string> streamIds;
-    };
-    std::vector<AddedTrack> addedTracks() const { return lockedCopy(mutex_, addedTracks_); }
     std::vector<RTCRtpSenderPtr> removedSenders() const {
         return lockedCopy(mutex_, removedSenders_);
     }
-    size_t closeCount() const { return lockedCopy(mutex_, closeCount_); }
-    bool isClosed() const { return closeCount() > 0; }
+    bool isClosed() const { return lockedCopy(mutex_, closed_); }
 
     // ---- Completing pending operations --------------------------------------
 
     enum class Operation { CreateOffer, CreateAnswer, SetLocalDescription, SetRemoteDescription };
-    /// Pending operations, oldest first.
-    std::vector<Operation> pendingOperations() const;
     /// Completes the oldest pending create-offer / create-answer with `sdp`
     /// (by default a small SDP with one media line per transceiver). False when
     /// none is pending.
@@ -211,10 +195,6 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     void emitIceCandidate(const std::string& line);
     void emitIceConnectionState(RTCIceConnectionState state);
     void emitConnectionState(RTCPeerConnectionState state);
-    void emitIceGatheringState(RTCIceGatheringState state);
-    void emitSignalingState(RTCSignalingState state);
-    /// The first packet arrived on the first transceiver of `mediaType`.
-    void emitStartReceiving(RTCRtpMediaType mediaType);
     /// ICE Checking, peer connection Connecting, ICE Connected, peer
     /// connection Connected: what a successful connection reports.
     void emitConnected();
@@ -259,21 +239,16 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     const std::weak_ptr<RTCPeerConnectionDelegate> delegate_;
 
     mutable std::mutex mutex_;
-    RTCStatisticsReport statistics_;
     std::deque<Pending> pending_;
     std::vector<std::shared_ptr<FakeRTCRtpTransceiver>> transceivers_;
-    std::vector<RTCMediaConstraintsPtr> offerConstraints_;
-    std::vector<RTCMediaConstraintsPtr> answerConstraints_;
-    std::vector<RTCSessionDescriptionPtr> localSet_;
-    std::vector<RTCSessionDescriptionPtr> remoteSet_;
+    Constraints offerConstraints_;
+    Descriptions remoteSet_;
     std::vector<RTCIceCandidatePtr> candidates_;
-    std::vector<AddedTrack> addedTracks_;
     std::vector<RTCRtpSenderPtr> removedSenders_;
-    size_t closeCount_ = 0;
+    bool closed_ = false;
     size_t idCounter_ = 0;
     RTCSignalingState signaling_ = RTCSignalingStateStable;
     RTCIceConnectionState ice_ = RTCIceConnectionStateNew;
-    RTCIceGatheringState gathering_ = RTCIceGatheringStateNew;
     RTCPeerConnectionState connection_ = RTCPeerConnectionStateNew;
     RTCSessionDescriptionPtr localDescription_;
     RTCSessionDescriptionPtr remoteDescription_;

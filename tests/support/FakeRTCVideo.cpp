@@ -17,8 +17,6 @@ void FakeRTCVideoSource::capturer(RTCVideoCapturer* /*capturer*/, const RTCVideo
     std::vector<std::shared_ptr<FakeRTCVideoTrack>> tracks;
     {
         std::lock_guard lock(mutex_);
-        ++frames_;
-        last_ = frame;
         for (const auto& weak : tracks_) {
             if (auto track = weak.lock()) {
                 tracks.push_back(track);
@@ -37,9 +35,7 @@ FakeRTCVideoTrack::FakeRTCVideoTrack(std::shared_ptr<FakeRTCContext> context, st
 void FakeRTCVideoTrack::setIsEnabled(bool enabled) {
     context_->record("videoTrack(" + trackId_ + ").setIsEnabled(" +
                      std::to_string(enabled ? 1 : 0) + ")");
-    std::lock_guard lock(mutex_);
-    enabled_ = enabled;
-    history_.push_back(enabled);
+    lockedSet(mutex_, enabled_, enabled);
 }
 
 void FakeRTCVideoTrack::addRenderer(const RTCVideoRendererPtr& renderer) {
