@@ -23,6 +23,7 @@
 #include "VelmorinVideoChat/Utils/QXVCUtils.h"
 #include "VelmorinVideoChat/View/QXVCLocalVideoView.h"
 #include "VelmorinVideoChat/View/QXVCRemoteVideoView.h"
+#include "support/Locked.h"
 #include "support/TurnServerFixture.h"
 
 namespace {
@@ -39,34 +40,24 @@ class Inbox : public QXDChannelDelegate {
         if (!parsed) {
             return;
         }
-        std::function<void(const QXVCCallMessagePtr&)> handler;
-        {
-            std::lock_guard lock(mutex_);
-            messages_.push_back(parsed);
-            handler = handler_;
-        }
+        std::unique_lock lock(mutex_);
+        messages_.push_back(parsed);
+        auto handler = handler_;
+        lock.unlock();
         if (handler) {
             handler(parsed);
         }
     }
     void setHandler(std::function<void(const QXVCCallMessagePtr&)> handler) {
-        std::lock_guard lock(mutex_);
-        handler_ = std::move(handler);
+        lockedSet(mutex_, handler_, std::move(handler));
     }
     /// The first message whose type is `type`, if one came.
     QXVCCallMessagePtr find(const std::string& type) const {
-        std::lock_guard lock(mutex_);
-        for (const auto& m : messages_) {
-            if (m->type() == type) {
-                return m;
-            }
-        }
-        return nullptr;
+        const auto all = messages();
+        auto it = std::find_if(all.begin(), all.end(), [&](auto& m) { return m->type() == type; });
+        return it == all.end() ? nullptr : *it;
     }
-    std::vector<QXVCCallMessagePtr> messages() const {
-        std::lock_guard lock(mutex_);
-        return messages_;
-    }
+    std::vector<QXVCCallMessagePtr> messages() const { return lockedCopy(mutex_, messages_); }
 
   private:
     mutable std::mutex mutex_;
@@ -81,8 +72,8 @@ struct AppEvents {
         names.push_back(name);
     }
     bool has(const std::string& name) {
-        std::lock_guard lock(mutex);
-        return std::find(names.begin(), names.end(), name) != names.end();
+        const auto all = lockedCopy(mutex, names);
+        return std::find(all.begin(), all.end(), name) != all.end();
     }
     std::mutex mutex;
     std::vector<std::string> names;

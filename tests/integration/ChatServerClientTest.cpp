@@ -76,9 +76,8 @@ TEST(ChatServerClientTest, RefusedDisconnectedOrServerlessClientFailsPromptlyAnd
 TEST(ChatServerClientTest, StartEchoDeliveryAndRefusalComeThroughUnchanged) {
     InProcessServer server;
     auto alice = makeClient(server.port(), "alice");
-    auto bob = makeClient(server.port(), "bob");
     auto bobHears = std::make_shared<RecordingDelegate>();
-    bob->addChannelDelegate(bobHears, "test");
+    auto bob = makeClient(server.port(), "bob", {}, bobHears);
     ASSERT_EQ(alice->connect(), nullptr);
     ASSERT_EQ(bob->connect(), nullptr);
     ASSERT_TRUE(alice->getCurrentUser());
@@ -119,9 +118,8 @@ TEST(ChatServerClientTest, StartEchoDeliveryAndRefusalComeThroughUnchanged) {
 
 TEST(ChatServerClientTest, DroppedConnectionCatchesUpOnEveryMissedMessageOnceButNotItsOwn) {
     InProcessServer server;
-    auto bob = makeClient(server.port(), "bob");
     auto bobHears = std::make_shared<RecordingDelegate>();
-    bob->addChannelDelegate(bobHears, "test");
+    auto bob = makeClient(server.port(), "bob", {}, bobHears);
     std::atomic<int> downs{0};
     bob->setConnectionStateHandler([&](bool connected) {
         if (!connected) {
@@ -162,9 +160,8 @@ TEST(ChatServerClientTest, OfflineMemberCollectsPushPayloadsAtLoginWithoutReplay
     const int64_t whileAway = sendDirect(server, "alice", kStart);
     ASSERT_GT(whileAway, 0);
 
-    auto bob = makeClient(server.port(), "bob");
     auto bobHears = std::make_shared<RecordingDelegate>();
-    bob->addChannelDelegate(bobHears, "test");
+    auto bob = makeClient(server.port(), "bob", {}, bobHears);
     ASSERT_EQ(bob->connect(), nullptr);
     auto payloads = bob->takePushPayloads();
     ASSERT_EQ(payloads.size(), 1u);
@@ -203,9 +200,8 @@ TEST(ChatServerClientTest, OfflineMemberCollectsPushPayloadsAtLoginWithoutReplay
 TEST(ChatServerClientTest, AServerRestartedInMemoryIsFollowedFromItsNewIds) {
     auto first = std::make_unique<InProcessServer>();
     const uint16_t port = first->port();
-    auto bob = makeClient(port, "bob");
     auto bobHears = std::make_shared<RecordingDelegate>();
-    bob->addChannelDelegate(bobHears, "test");
+    auto bob = makeClient(port, "bob", {}, bobHears);
     ASSERT_EQ(bob->connect(), nullptr);
     for (int i = 0; i < 3; ++i) {
         sendDirect(*first, "alice", "old " + std::to_string(i));

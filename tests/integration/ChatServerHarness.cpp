@@ -157,29 +157,24 @@ void RecordingDelegate::channel(const QXDBaseChannelPtr& channel,
     changed_.notify_all();
 }
 
-std::vector<QXDUserMessagePtr> RecordingDelegate::messages() const {
-    std::lock_guard lock(mutex_);
-    return messages_;
-}
-
-std::vector<std::shared_ptr<QXDGroupChannel>> RecordingDelegate::channels() const {
-    std::lock_guard lock(mutex_);
-    return channels_;
-}
-
 bool RecordingDelegate::waitForCount(size_t count) const {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, kDeadline, [&] { return messages_.size() >= count; });
 }
 
 QXDWebSocketChatClientPtr makeClient(uint16_t port, const std::string& userId,
-                                     const std::string& token) {
+                                     const std::string& token,
+                                     const std::shared_ptr<RecordingDelegate>& heard) {
     QXDWebSocketChatClient::Options options;
     options.port = port;
     options.userId = userId;
     options.token = token.empty() ? userId + "-token" : token;
     options.maxReconnectDelaySeconds = 0.2;
-    return QXDWebSocketChatClient::create(options);
+    auto client = QXDWebSocketChatClient::create(options);
+    if (heard) {
+        client->addChannelDelegate(heard, "test");
+    }
+    return client;
 }
 
 namespace {

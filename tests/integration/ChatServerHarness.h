@@ -19,6 +19,7 @@
 #include "ChatServer.h"
 #include "VelmorinChat/QXDWebSocketChatClient.h"
 #include "VelmorinService/ChatService.h"
+#include "support/Locked.h"
 
 namespace chatserver_test {
 
@@ -69,8 +70,10 @@ class RawClient {
 class RecordingDelegate : public QXDChannelDelegate {
   public:
     void channel(const QXDBaseChannelPtr& channel, const QXDBaseMessagePtr& message) override;
-    std::vector<QXDUserMessagePtr> messages() const;
-    std::vector<std::shared_ptr<QXDGroupChannel>> channels() const;
+    std::vector<QXDUserMessagePtr> messages() const { return lockedCopy(mutex_, messages_); }
+    std::vector<std::shared_ptr<QXDGroupChannel>> channels() const {
+        return lockedCopy(mutex_, channels_);
+    }
     bool waitForCount(size_t count) const;
 
   private:
@@ -80,8 +83,10 @@ class RecordingDelegate : public QXDChannelDelegate {
     std::vector<std::shared_ptr<QXDGroupChannel>> channels_;
 };
 
+/// A client of `userId` (token "<id>-token" unless given) whose deliveries go to `heard`.
 QXDWebSocketChatClientPtr makeClient(uint16_t port, const std::string& userId,
-                                     const std::string& token = {});
+                                     const std::string& token = {},
+                                     const std::shared_ptr<RecordingDelegate>& heard = nullptr);
 
 /// Looks a channel up and waits for the completion.
 std::pair<QXDGroupChannelPtr, QXDErrorPtr> lookUp(QXDChatClient& client,

@@ -57,73 +57,55 @@ void FakeRTCAudioSession::unlockForConfiguration() {
     RTCAudioSession::unlockForConfiguration();
 }
 
-bool FakeRTCAudioSession::setActive(bool active, QXDErrorPtr* error) {
+bool FakeRTCAudioSession::change(const std::string& entry, QXDErrorPtr* error,
+                                 const std::function<bool()>& apply,
+                                 const std::function<void()>& note) {
     DepthGuard depth;
     if (outermost()) {
-        context_->record("audioSession.setActive(" + std::to_string(active ? 1 : 0) + ")");
-        std::lock_guard lock(recordMutex_);
-        activeRequests_.push_back(active);
+        context_->record("audioSession." + entry);
+        if (note) {
+            note();
+        }
     }
-    if (failIfAsked(error)) {
-        return false;
-    }
-    return RTCAudioSession::setActive(active, error);
+    return !failIfAsked(error) && apply();
+}
+
+bool FakeRTCAudioSession::setActive(bool active, QXDErrorPtr* error) {
+    return change(
+        "setActive(" + std::to_string(active ? 1 : 0) + ")", error,
+        [&] { return RTCAudioSession::setActive(active, error); },
+        [&] { lockedAppend(recordMutex_, activeRequests_, active); });
 }
 
 bool FakeRTCAudioSession::setCategory(const std::string& category, QXDErrorPtr* error) {
-    DepthGuard depth;
-    if (outermost()) {
-        context_->record("audioSession.setCategory(" + category + ")");
-    }
-    if (failIfAsked(error)) {
-        return false;
-    }
-    return RTCAudioSession::setCategory(category, error);
+    return change("setCategory(" + category + ")", error,
+                  [&] { return RTCAudioSession::setCategory(category, error); });
 }
 
 bool FakeRTCAudioSession::setMode(const std::string& mode, QXDErrorPtr* error) {
-    DepthGuard depth;
-    if (outermost()) {
-        context_->record("audioSession.setMode(" + mode + ")");
-    }
-    if (failIfAsked(error)) {
-        return false;
-    }
-    return RTCAudioSession::setMode(mode, error);
+    return change("setMode(" + mode + ")", error,
+                  [&] { return RTCAudioSession::setMode(mode, error); });
 }
 
 bool FakeRTCAudioSession::overrideOutputAudioPort(AVAudioSessionPortOverride portOverride,
                                                   QXDErrorPtr* error) {
-    DepthGuard depth;
-    if (outermost()) {
-        context_->record("audioSession.overrideOutputAudioPort(" + overrideName(portOverride) +
-                         ")");
-        const bool locked = isLocked();
-        std::lock_guard lock(recordMutex_);
-        overrides_.emplace_back(portOverride, locked);
-    }
-    if (failIfAsked(error)) {
-        return false;
-    }
-    return RTCAudioSession::overrideOutputAudioPort(portOverride, error);
+    return change(
+        "overrideOutputAudioPort(" + overrideName(portOverride) + ")", error,
+        [&] { return RTCAudioSession::overrideOutputAudioPort(portOverride, error); },
+        [&] { lockedAppend(recordMutex_, overrides_, std::pair(portOverride, isLocked())); });
 }
 
 bool FakeRTCAudioSession::setConfiguration(const RTCAudioSessionConfigurationPtr& configuration,
                                            bool active, QXDErrorPtr* error) {
-    DepthGuard depth;
-    if (outermost()) {
-        const std::string category = configuration ? configuration->category() : "(null)";
-        const std::string mode = configuration ? configuration->mode() : "(null)";
-        context_->record("audioSession.setConfiguration(" + category + "," + mode +
-                         ",active=" + std::to_string(active ? 1 : 0) + ")");
-        const bool locked = isLocked();
-        std::lock_guard lock(recordMutex_);
-        applied_.push_back(Applied{category, mode, active, locked});
-    }
-    if (failIfAsked(error)) {
-        return false;
-    }
-    return RTCAudioSession::setConfiguration(configuration, active, error);
+    const std::string category = configuration ? configuration->category() : "(null)";
+    const std::string mode = configuration ? configuration->mode() : "(null)";
+    return change(
+        "setConfiguration(" + category + "," + mode + ",active=" + std::to_string(active ? 1 : 0) +
+            ")",
+        error, [&] { return RTCAudioSession::setConfiguration(configuration, active, error); },
+        [&] {
+            lockedAppend(recordMutex_, applied_, Applied{category, mode, active, isLocked()});
+        });
 }
 
 FakeRTCAudioSource::FakeRTCAudioSource(RTCMediaConstraintsPtr constraints,

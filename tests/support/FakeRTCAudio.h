@@ -6,6 +6,7 @@
 // session is inactive or the track is disabled.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -55,6 +56,10 @@ class FakeRTCAudioSession : public RTCAudioSession {
 
   private:
     bool failIfAsked(QXDErrorPtr* error) const;
+    /// Records "audioSession.<entry>" and runs `note` when this is the outermost
+    /// session call, then fails as scripted or applies the change.
+    bool change(const std::string& entry, QXDErrorPtr* error, const std::function<bool()>& apply,
+                const std::function<void()>& note = nullptr);
     bool outermost() const;
 
     std::shared_ptr<FakeRTCContext> context_;

@@ -4,11 +4,6 @@
 
 #include "VelmorinVideoChat/Utils/QXVCSafeCall.h"
 
-void FakeRTCContext::record(std::string entry) {
-    std::lock_guard lock(mutex_);
-    entries_.push_back(std::move(entry));
-}
-
 long FakeRTCContext::indexOf(const std::string& entry) const {
     const auto all = entries();
     const auto at = std::find(all.begin(), all.end(), entry);

@@ -18,7 +18,7 @@
 
 class FakeRTCContext {
   public:
-    void record(std::string entry);
+    void record(std::string entry) { lockedAppend(mutex_, entries_, std::move(entry)); }
     std::vector<std::string> entries() const { return lockedCopy(mutex_, entries_); }
     /// Position of the first entry equal to `entry`, or -1.
     long indexOf(const std::string& entry) const;

@@ -13,19 +13,10 @@ QXDErrorPtr defaultError(const std::string& what) {
                                      QXDUserInfo{{NSLocalizedDescriptionKey, what + " failed."}});
 }
 
+/// The SDP attribute of a direction, in the enumeration's order (stopped: inactive).
 const char* directionText(RTCRtpTransceiverDirection direction) {
-    switch (direction) {
-        case RTCRtpTransceiverDirectionSendRecv:
-            return "sendrecv";
-        case RTCRtpTransceiverDirectionSendOnly:
-            return "sendonly";
-        case RTCRtpTransceiverDirectionRecvOnly:
-            return "recvonly";
-        case RTCRtpTransceiverDirectionInactive:
-        case RTCRtpTransceiverDirectionStopped:
-            return "inactive";
-    }
-    return "inactive";
+    static const char* const kTexts[] = {"sendrecv", "sendonly", "recvonly", "inactive"};
+    return kTexts[std::clamp<long>(direction, 0, 3)];
 }
 
 bool receives(RTCRtpTransceiverDirection direction) {
@@ -172,8 +163,7 @@ void FakeRTCPeerConnection::setRemoteDescription(
 void FakeRTCPeerConnection::addIceCandidate(const RTCIceCandidatePtr& candidate) {
     context_->record(name_ + ".addIceCandidate(" +
                      (candidate && candidate->sdp() ? *candidate->sdp() : "nil") + ")");
-    std::lock_guard lock(mutex_);
-    candidates_.push_back(candidate);
+    lockedAppend(mutex_, candidates_, candidate);
 }
 
 void FakeRTCPeerConnection::addIceCandidate(const RTCIceCandidatePtr& candidate,
@@ -400,20 +390,13 @@ void FakeRTCPeerConnection::applyDescription(const RTCSessionDescriptionPtr& des
                 transceivers_[i]->setCurrentDirection(transceivers_[i]->direction());
             }
         }
-        switch (type) {
-            case RTCSdpTypeOffer:
-                signaling_ =
-                    local ? RTCSignalingStateHaveLocalOffer : RTCSignalingStateHaveRemoteOffer;
-                break;
-            case RTCSdpTypePrAnswer:
-                signaling_ = local ? RTCSignalingStateHaveLocalPrAnswer
-                                   : RTCSignalingStateHaveRemotePrAnswer;
-                break;
-            case RTCSdpTypeAnswer:
-            case RTCSdpTypeRollback:
-                signaling_ = RTCSignalingStateStable;
-                break;
-        }
+        // An answer or a rollback returns to Stable.
+        signaling_ =
+            type == RTCSdpTypeOffer
+                ? (local ? RTCSignalingStateHaveLocalOffer : RTCSignalingStateHaveRemoteOffer)
+            : type == RTCSdpTypePrAnswer
+                ? (local ? RTCSignalingStateHaveLocalPrAnswer : RTCSignalingStateHaveRemotePrAnswer)
+                : RTCSignalingStateStable;
         state = signaling_;
     }
     notify([state](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
@@ -462,32 +445,20 @@ bool FakeRTCPeerConnection::failOperation(Operation operation, QXDErrorPtr error
 
 size_t FakeRTCPeerConnection::completeAll() {
     size_t done = 0;
-    while (done < 100) {
-        std::optional<Operation> next;
-        {
-            std::lock_guard lock(mutex_);
-            if (!pending_.empty()) {
-                next = pending_.front().operation;
-            }
-        }
-        if (!next) {
+    for (; done < 100; ++done) {
+        std::unique_lock lock(mutex_);
+        if (pending_.empty()) {
             break;
         }
-        switch (*next) {
-            case Operation::CreateOffer:
-                completeCreateOffer();
-                break;
-            case Operation::CreateAnswer:
-                completeCreateAnswer();
-                break;
-            case Operation::SetLocalDescription:
-                completeSetLocalDescription();
-                break;
-            case Operation::SetRemoteDescription:
-                completeSetRemoteDescription();
-                break;
+        const Operation next = pending_.front().operation;
+        lock.unlock();
+        if (next == Operation::CreateOffer || next == Operation::CreateAnswer) {
+            completeCreate(next,
+                           next == Operation::CreateOffer ? RTCSdpTypeOffer : RTCSdpTypeAnswer,
+                           std::nullopt);
+        } else {
+            completeSet(next, next == Operation::SetLocalDescription);
         }
-        ++done;
     }
     return done;
 }

@@ -52,8 +52,7 @@ RTCPeerConnectionPtr FakeRTCPeerConnectionFactory::peerConnectionWithConfigurati
     auto pc = std::make_shared<FakeRTCPeerConnection>(context_, context_->nextName("pc"),
                                                       configuration, constraints, delegate);
     context_->record(name_ + ".peerConnection(" + pc->name() + ")");
-    std::lock_guard lock(mutex_);
-    peerConnections_.push_back(pc);
+    lockedAppend(mutex_, peerConnections_, pc);
     return pc;
 }
 
@@ -73,8 +72,7 @@ RTCAudioTrackPtr FakeRTCPeerConnectionFactory::audioTrackWithSource(const RTCAud
 RTCVideoSourcePtr FakeRTCPeerConnectionFactory::videoSource() {
     auto source = std::make_shared<FakeRTCVideoSource>(context_, context_->nextName("videoSource"));
     context_->record(name_ + ".videoSource(" + source->name() + ")");
-    std::lock_guard lock(mutex_);
-    videoSources_.push_back(source);
+    lockedAppend(mutex_, videoSources_, source);
     return source;
 }
 
@@ -113,8 +111,7 @@ RTCPeerConnectionFactoryPtr FakeRTCPlatform::peerConnectionFactory(
     auto factory = std::make_shared<FakeRTCPeerConnectionFactory>(
         context_, context_->nextName("factory"), encoderFactory, decoderFactory, audioSession_);
     context_->record("platform.peerConnectionFactory(" + factory->name() + ")");
-    std::lock_guard lock(mutex_);
-    factories_.push_back(factory);
+    lockedAppend(mutex_, factories_, factory);
     return factory;
 }
 

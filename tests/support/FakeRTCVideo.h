@@ -24,8 +24,7 @@ class FakeRTCVideoSource : public RTCVideoSource {
     const std::string& name() const { return name_; }
     /// Called by the factory when it makes a track on this source.
     void attachTrack(const std::shared_ptr<FakeRTCVideoTrack>& track) {
-        std::lock_guard lock(mutex_);
-        tracks_.push_back(track);
+        lockedAppend(mutex_, tracks_, track);
     }
 
   private:

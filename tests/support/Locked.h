@@ -15,3 +15,9 @@ void lockedSet(std::mutex& mutex, T& field, V&& value) {
     std::lock_guard lock(mutex);
     field = std::forward<V>(value);
 }
+
+template <class Container, class V>
+void lockedAppend(std::mutex& mutex, Container& container, V&& value) {
+    std::lock_guard lock(mutex);
+    container.push_back(std::forward<V>(value));
+}
