@@ -11,6 +11,7 @@
 #include <mutex>
 #include <thread>
 
+#include "ChatServerHarness.h"
 #include "GStreamerCallHarness.h"
 #include "VelmorinChat/QXDInProcessChatClient.h"
 #include "VelmorinService/ChatService.h"
@@ -31,39 +32,16 @@ namespace {
 constexpr const char* kChannel = "call-engine-channel";
 constexpr double kWait = 30;
 
-/// The call messages one user receives, in order.
-class Inbox : public QXDChannelDelegate {
-  public:
-    void channel(const QXDBaseChannelPtr&, const QXDBaseMessagePtr& message) override {
-        auto user = std::dynamic_pointer_cast<const QXDUserMessage>(message);
-        auto parsed = user ? QXVCMessageParser::parseUserMessage(user) : nullptr;
-        if (!parsed) {
-            return;
-        }
-        std::unique_lock lock(mutex_);
-        messages_.push_back(parsed);
-        auto handler = handler_;
-        lock.unlock();
-        if (handler) {
-            handler(parsed);
+/// The call messages `inbox` received so far, in order.
+std::vector<QXVCCallMessagePtr> callMessages(const chatserver_test::RecordingDelegate& inbox) {
+    std::vector<QXVCCallMessagePtr> out;
+    for (const auto& message : inbox.messages()) {
+        if (auto parsed = QXVCMessageParser::parseUserMessage(message)) {
+            out.push_back(parsed);
         }
     }
-    void setHandler(std::function<void(const QXVCCallMessagePtr&)> handler) {
-        lockedSet(mutex_, handler_, std::move(handler));
-    }
-    /// The first message whose type is `type`, if one came.
-    QXVCCallMessagePtr find(const std::string& type) const {
-        const auto all = messages();
-        auto it = std::find_if(all.begin(), all.end(), [&](auto& m) { return m->type() == type; });
-        return it == all.end() ? nullptr : *it;
-    }
-    std::vector<QXVCCallMessagePtr> messages() const { return lockedCopy(mutex_, messages_); }
-
-  private:
-    mutable std::mutex mutex_;
-    std::vector<QXVCCallMessagePtr> messages_;
-    std::function<void(const QXVCCallMessagePtr&)> handler_;
-};
+    return out;
+}
 
 /// The application events heard, by name.
 struct AppEvents {
@@ -152,7 +130,12 @@ class CallEngineIntegrationTest : public ::testing::Test {
     /// The first call message of `type` bob received, waiting for it.
     QXVCCallMessagePtr bobGot(const std::string& type) {
         QXVCCallMessagePtr found;
-        settle([&] { return (found = bobInbox_->find(type)) != nullptr; });
+        settle([&] {
+            const auto all = callMessages(*bobInbox_);
+            auto it =
+                std::find_if(all.begin(), all.end(), [&](auto& m) { return m->type() == type; });
+            return (found = it == all.end() ? nullptr : *it) != nullptr;
+        });
         return found;
     }
 
@@ -285,8 +268,12 @@ class CallEngineIntegrationTest : public ::testing::Test {
                     nullptr);
             }
         };
-        bobInbox_->setHandler(addToBob);
-        for (const auto& message : bobInbox_->messages()) {
+        bobInbox_->setHandler([addToBob](const QXDUserMessagePtr& message) {
+            if (auto parsed = QXVCMessageParser::parseUserMessage(message)) {
+                addToBob(parsed);
+            }
+        });
+        for (const auto& message : callMessages(*bobInbox_)) {
             addToBob(message);
         }
     }
@@ -331,7 +318,7 @@ class CallEngineIntegrationTest : public ::testing::Test {
         EXPECT_EQ(QXVCMain::getActiveCall(), nullptr);
         EXPECT_EQ(QXVCMain::getCallWithCallId(callId_), nullptr);
         // Only relay candidates left alice.
-        for (const auto& message : bobInbox_->messages()) {
+        for (const auto& message : callMessages(*bobInbox_)) {
             if (auto candidate = std::dynamic_pointer_cast<QXVCCandidateMessage>(message)) {
                 EXPECT_NE(candidate->sdp().find("typ relay"), std::string::npos)
                     << candidate->sdp();
@@ -352,7 +339,8 @@ class CallEngineIntegrationTest : public ::testing::Test {
     velmorin::ChatServicePtr service_;
     std::shared_ptr<QXDInProcessChatClient> alice_;
     std::shared_ptr<QXDInProcessChatClient> bob_;
-    std::shared_ptr<Inbox> bobInbox_ = std::make_shared<Inbox>();
+    std::shared_ptr<chatserver_test::RecordingDelegate> bobInbox_ =
+        std::make_shared<chatserver_test::RecordingDelegate>();
     std::shared_ptr<GStreamerPeer> caller_;
 };
 

@@ -151,10 +151,16 @@ nlohmann::json RawClient::login(const std::string& userId, const std::string& to
 
 void RecordingDelegate::channel(const QXDBaseChannelPtr& channel,
                                 const QXDBaseMessagePtr& message) {
-    std::lock_guard lock(mutex_);
-    messages_.push_back(std::dynamic_pointer_cast<const QXDUserMessage>(message));
+    auto user = std::dynamic_pointer_cast<const QXDUserMessage>(message);
+    std::unique_lock lock(mutex_);
+    messages_.push_back(user);
     channels_.push_back(std::dynamic_pointer_cast<QXDGroupChannel>(channel));
     changed_.notify_all();
+    auto handler = handler_;
+    lock.unlock();
+    if (handler) {
+        handler(user);
+    }
 }
 
 bool RecordingDelegate::waitForCount(size_t count) const {

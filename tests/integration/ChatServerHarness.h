@@ -66,10 +66,13 @@ class RawClient {
     int64_t lastId_ = 0;
 };
 
-/// Records the messages a chat client delivers.
+/// Records the messages a chat client delivers; each then goes to the handler, if one is set.
 class RecordingDelegate : public QXDChannelDelegate {
   public:
     void channel(const QXDBaseChannelPtr& channel, const QXDBaseMessagePtr& message) override;
+    void setHandler(std::function<void(const QXDUserMessagePtr&)> handler) {
+        lockedSet(mutex_, handler_, std::move(handler));
+    }
     std::vector<QXDUserMessagePtr> messages() const { return lockedCopy(mutex_, messages_); }
     std::vector<std::shared_ptr<QXDGroupChannel>> channels() const {
         return lockedCopy(mutex_, channels_);
@@ -81,6 +84,7 @@ class RecordingDelegate : public QXDChannelDelegate {
     mutable std::condition_variable changed_;
     std::vector<QXDUserMessagePtr> messages_;
     std::vector<std::shared_ptr<QXDGroupChannel>> channels_;
+    std::function<void(const QXDUserMessagePtr&)> handler_;
 };
 
 /// A client of `userId` (token "<id>-token" unless given) whose deliveries go to `heard`.

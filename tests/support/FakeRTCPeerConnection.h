@@ -32,7 +32,7 @@ class FakeRTCRtpSender : public RTCRtpSender {
     RTCMediaStreamTrackPtr track() const override { return lockedCopy(mutex_, track_); }
     std::vector<std::string> streamIds() const override { return streamIds_; }
     RTCRtpParameters parameters() const override { return lockedCopy(mutex_, parameters_); }
-    /// Recorded (accepted or not) as "<sender>.setParameters(<max bitrates>)".
+    /// Recorded as "<sender>.setParameters(<max bitrates>)" and accepted.
     bool setParameters(const RTCRtpParameters& parameters) override;
 
     /// Every setParameters call, in order.
@@ -72,27 +72,24 @@ class FakeRTCRtpTransceiver : public RTCRtpTransceiver {
           direction_(direction) {}
 
     RTCRtpMediaType mediaType() const override { return mediaType_; }
-    std::optional<std::string> mid() const override { return lockedCopy(mutex_, mid_); }
+    /// No mid or current direction is negotiated.
+    std::optional<std::string> mid() const override { return std::nullopt; }
     RTCRtpSenderPtr sender() const override { return sender_; }
     RTCRtpReceiverPtr receiver() const override { return receiver_; }
     RTCRtpTransceiverDirection direction() const override { return lockedCopy(mutex_, direction_); }
     void setDirection(RTCRtpTransceiverDirection d) override { lockedSet(mutex_, direction_, d); }
     std::optional<RTCRtpTransceiverDirection> currentDirection() const override {
-        return lockedCopy(mutex_, current_);
+        return std::nullopt;
     }
 
     std::shared_ptr<FakeRTCRtpSender> fakeSender() const { return sender_; }
-    void setMid(std::string mid) { lockedSet(mutex_, mid_, std::move(mid)); }
-    void setCurrentDirection(RTCRtpTransceiverDirection d) { lockedSet(mutex_, current_, d); }
 
   private:
     RTCRtpMediaType mediaType_;
     std::shared_ptr<FakeRTCRtpSender> sender_;
     std::shared_ptr<FakeRTCRtpReceiver> receiver_;
     mutable std::mutex mutex_;
-    std::optional<std::string> mid_;
     RTCRtpTransceiverDirection direction_;
-    std::optional<RTCRtpTransceiverDirection> current_;
 };
 
 class FakeRTCPeerConnection : public RTCPeerConnection,
@@ -106,9 +103,7 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
 
     std::weak_ptr<RTCPeerConnectionDelegate> delegate() const override { return delegate_; }
     RTCConfigurationPtr configuration() const override { return configuration_; }
-    /// Applies OfferToReceiveAudio/Video to the transceivers at once (as
-    /// libwebrtc does: "true" adds a receive-only transceiver when none of that
-    /// kind receives; "false" removes the receive direction), then waits.
+    /// Recorded with their constraints; they wait for the test to complete them.
     void offerForConstraints(const RTCMediaConstraintsPtr& constraints,
                              RTCCreateSessionDescriptionCompletionHandler completion) override;
     void answerForConstraints(const RTCMediaConstraintsPtr& constraints,
@@ -172,9 +167,8 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     /// none is pending.
     bool completeCreateOffer(std::optional<std::string> sdp = std::nullopt);
     bool completeCreateAnswer(std::optional<std::string> sdp = std::nullopt);
-    /// Completes the oldest pending set-description with success: the
-    /// description becomes the local/remote one, mids are assigned and the
-    /// signalling state follows (reported to the delegate).
+    /// Completes the oldest pending set-description with success: the description
+    /// becomes the local/remote one and the signalling state follows (reported).
     bool completeSetLocalDescription();
     bool completeSetRemoteDescription();
     /// Fails the oldest pending operation of that kind with `error` (a default
@@ -225,9 +219,7 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
                                                            RTCMediaStreamTrackPtr track,
                                                            std::vector<std::string> streamIds,
                                                            RTCRtpTransceiverDirection direction);
-    void applyReceiveConstraint(const RTCMediaConstraintsPtr& constraints, const char* key,
-                                RTCRtpMediaType type);
-    std::string makeSdp(RTCSdpType type) const;
+    std::string makeSdp() const;
     void applyDescription(const RTCSessionDescriptionPtr& description, bool local);
     void notify(std::function<void(RTCPeerConnectionDelegate&, const RTCPeerConnectionPtr&)> call);
     std::string describe(const RTCSessionDescriptionPtr& sdp) const;
