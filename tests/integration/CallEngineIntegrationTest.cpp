@@ -9,10 +9,9 @@
 #include <atomic>
 #include <future>
 #include <mutex>
-#include <thread>
 
 #include "ChatServerHarness.h"
-#include "GStreamerCallHarness.h"
+#include "GStreamerTurnTest.h"
 #include "VelmorinChat/QXDInProcessChatClient.h"
 #include "VelmorinService/ChatService.h"
 #include "VelmorinVideoChat/Call/QXVCCall.h"
@@ -25,7 +24,7 @@
 #include "VelmorinVideoChat/View/QXVCLocalVideoView.h"
 #include "VelmorinVideoChat/View/QXVCRemoteVideoView.h"
 #include "support/Locked.h"
-#include "support/TurnServerFixture.h"
+#include "support/RecordingApp.h"
 
 namespace {
 
@@ -68,13 +67,10 @@ struct Completion {
     bool succeeded() const { return *result == 0; }
 };
 
-class CallEngineIntegrationTest : public ::testing::Test {
+class CallEngineIntegrationTest : public GStreamerTurnTest {
   protected:
     void SetUp() override {
-        ASSERT_TRUE(turn_.start()) << turn_.error();
-        engine_ = RTCGstPlatform::create(engineOptions());
-        ASSERT_NE(engine_, nullptr) << "GStreamer elements missing";
-        RTCPlatform::install(engine_);
+        ASSERT_NO_FATAL_FAILURE(GStreamerTurnTest::SetUp());
         velmorin::ServiceSettings settings;
         settings.turnServer = turn_.url();
         settings.turnSharedSecret = turn_.secret();
@@ -91,7 +87,8 @@ class CallEngineIntegrationTest : public ::testing::Test {
         QXDMain::setChatClient(alice_);
         QXVCMain::resetForTesting();
         QXVCMain::config();
-        app_ = makeApp();
+        app_ = recordingApp([this](const char* name, const QXVCCallPtr&) { events_.add(name); });
+        QXVCMain::addVideoChatDelegate(app_, "app");
     }
 
     void TearDown() override {
@@ -101,28 +98,20 @@ class CallEngineIntegrationTest : public ::testing::Test {
         QXVCMain::resetForTesting();
         QXVCCallManager::removeAllForTesting();
         QXDMain::setChatClient(nullptr);
-        RTCPlatform::install(nullptr);
+        GStreamerTurnTest::TearDown();
     }
-
-    virtual RTCGstPlatform::Options engineOptions() const { return {}; }
 
     /// Waits until `done` holds; false after `seconds`. With a manual main
     /// queue, its due work runs meanwhile.
     bool settle(const std::function<bool()>& done, double seconds = kWait) {
-        const auto deadline =
-            std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-        for (;;) {
-            if (main_) {
-                main_->runUntilIdle();
-            }
-            if (done()) {
-                return true;
-            }
-            if (std::chrono::steady_clock::now() > deadline) {
-                return false;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
+        return chatserver_test::waitUntil(
+            [&] {
+                if (main_) {
+                    main_->runUntilIdle();
+                }
+                return done();
+            },
+            std::chrono::milliseconds(static_cast<int64_t>(seconds * 1000)));
     }
     bool heard(const std::string& event, double seconds = kWait) {
         return settle([&] { return events_.has(event); }, seconds);
@@ -229,7 +218,7 @@ class CallEngineIntegrationTest : public ::testing::Test {
     void makeRemote(bool bobIsCaller) {
         const QXVCStartCallMessage& start = *start_;
         caller_ = GStreamerMakePeer(
-            engine_,
+            platform_,
             {start.turnServer(),
              (bobIsCaller ? start.callerUsername() : start.calleeUsername()).value_or(""),
              (bobIsCaller ? start.callerPassword() : start.calleePassword()).value_or("")},
@@ -278,29 +267,6 @@ class CallEngineIntegrationTest : public ::testing::Test {
         }
     }
 
-    /// The application: records every event by name.
-    std::shared_ptr<QXVCVideoChatDelegate> makeApp() {
-        auto app = std::make_shared<QXVCVideoChatDelegate>();
-        auto record = [this](const char* name) {
-            return [this, name](const QXVCCallPtr&) { events_.add(name); };
-        };
-        app->didReceiveStartCall = record("didReceiveStartCall");
-        app->didReceiveAcceptCall = record("didReceiveAcceptCall");
-        app->didSendAcceptCall = record("didSendAcceptCall");
-        app->didOpenCall = record("didOpenCall");
-        app->didReceiveEndCall = record("didReceiveEndCall");
-        app->didOpponentAudioStateChange = record("didOpponentAudioStateChange");
-        app->didOpponentVideoStateChange = record("didOpponentVideoStateChange");
-        app->didSendStartCall = [this](const QXVCCallPtr&, const QXDUserMessagePtr&) {
-            events_.add("didSendStartCall");
-        };
-        app->didSendEndCall = [this](const QXVCCallPtr&, const QXDUserMessagePtr&) {
-            events_.add("didSendEndCall");
-        };
-        QXVCMain::addVideoChatDelegate(app, "app");
-        return app;
-    }
-
     QXVCCallOptionsPtr optionsWithViews() {
         auto options = QXVCCallOptions::initWithChannelUrl(kChannel);
         options->setLocalVideoView(localView_);
@@ -334,8 +300,6 @@ class CallEngineIntegrationTest : public ::testing::Test {
     QXVCCallPtr call_;
     std::shared_ptr<QXVCLocalVideoView> localView_ = QXVCLocalVideoView::create();
     std::shared_ptr<QXVCRemoteVideoView> remoteView_ = QXVCRemoteVideoView::create();
-    TurnServerFixture turn_;
-    std::shared_ptr<RTCGstPlatform> engine_;
     velmorin::ChatServicePtr service_;
     std::shared_ptr<QXDInProcessChatClient> alice_;
     std::shared_ptr<QXDInProcessChatClient> bob_;
@@ -410,10 +374,9 @@ class TamperedPeerTest : public CallEngineIntegrationTest {
         CallEngineIntegrationTest::TearDown();
         QXVCMainQueue::replaceForTesting(nullptr);
     }
-    RTCGstPlatform::Options engineOptions() const override {
-        RTCGstPlatform::Options options;
+    RTCGstPlatform::Options options() const override {
+        auto options = GStreamerTurnTest::options();
         options.disconnectedTimeout = 1;  // bob soon notices alice is gone
-        options.includeV4L2Cameras = false;
         return options;
     }
 

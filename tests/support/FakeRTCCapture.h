@@ -40,8 +40,7 @@ class FakeRTCCameraVideoCapturer : public RTCCameraVideoCapturer,
     std::weak_ptr<RTCVideoCapturerDelegate> delegate() const override { return delegate_; }
     FourCharCode preferredOutputPixelFormat() const override;
     /// Recorded as "<name>.startCapture(<device id>,<w>x<h>,<fps>)" ("nil" for a
-    /// missing device or format). A nil device or format or fps < 1 fails and
-    /// leaves capture as it was.
+    /// missing device or format); it always succeeds.
     void startCaptureWithDevice(const RTCCaptureDevicePtr& device,
                                 const RTCCaptureDeviceFormatPtr& format, int fps,
                                 RTCCaptureCompletionHandler completion = nullptr) override;

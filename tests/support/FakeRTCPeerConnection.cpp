@@ -267,10 +267,6 @@ bool FakeRTCPeerConnection::completeCreateOffer(std::optional<std::string> sdp) 
     return completeCreate(Operation::CreateOffer, RTCSdpTypeOffer, std::move(sdp));
 }
 
-bool FakeRTCPeerConnection::completeCreateAnswer(std::optional<std::string> sdp) {
-    return completeCreate(Operation::CreateAnswer, RTCSdpTypeAnswer, std::move(sdp));
-}
-
 void FakeRTCPeerConnection::applyDescription(const RTCSessionDescriptionPtr& description,
                                              bool local) {
     RTCSignalingState state;
@@ -302,14 +298,6 @@ bool FakeRTCPeerConnection::completeSet(Operation operation, bool local) {
         context_->dispatch([c = std::move(p->setCompletion)] { c(nullptr); });
     }
     return true;
-}
-
-bool FakeRTCPeerConnection::completeSetLocalDescription() {
-    return completeSet(Operation::SetLocalDescription, true);
-}
-
-bool FakeRTCPeerConnection::completeSetRemoteDescription() {
-    return completeSet(Operation::SetRemoteDescription, false);
 }
 
 bool FakeRTCPeerConnection::failOperation(Operation operation, QXDErrorPtr error) {

@@ -162,21 +162,16 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     // ---- Completing pending operations --------------------------------------
 
     enum class Operation { CreateOffer, CreateAnswer, SetLocalDescription, SetRemoteDescription };
-    /// Completes the oldest pending create-offer / create-answer with `sdp`
-    /// (by default a small SDP with one media line per transceiver). False when
-    /// none is pending.
+    /// Completes the oldest pending create-offer with `sdp` (by default a small
+    /// SDP with one media line per transceiver). False when none is pending.
     bool completeCreateOffer(std::optional<std::string> sdp = std::nullopt);
-    bool completeCreateAnswer(std::optional<std::string> sdp = std::nullopt);
-    /// Completes the oldest pending set-description with success: the description
-    /// becomes the local/remote one and the signalling state follows (reported).
-    bool completeSetLocalDescription();
-    bool completeSetRemoteDescription();
     /// Fails the oldest pending operation of that kind with `error` (a default
     /// error in kRTCErrorDomain when nullptr).
     bool failOperation(Operation operation, QXDErrorPtr error = nullptr);
     /// Completes every pending operation with success, oldest first, including
-    /// those the completions start, until none is left (at most 100). Returns
-    /// how many completed.
+    /// those the completions start, until none is left (at most 100); a set
+    /// description becomes the local/remote one and the signalling state follows
+    /// (reported). Returns how many completed.
     size_t completeAll();
 
     // ---- Engine events -----------------------------------------------------

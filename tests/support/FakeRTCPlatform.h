@@ -32,9 +32,7 @@ class FakeRTCPeerConnectionFactory : public RTCPeerConnectionFactory {
                                  RTCDefaultVideoDecoderFactoryPtr decoderFactory,
                                  std::shared_ptr<FakeRTCAudioSession> audioSession);
 
-    /// Recorded as "<factory>.peerConnection(<pc name>)". nullptr for a nil
-    /// configuration or an ICE server URL that is not turn:, turns:, stun: or
-    /// stuns:.
+    /// Recorded as "<factory>.peerConnection(<pc name>)"; nullptr for a nil configuration.
     RTCPeerConnectionPtr peerConnectionWithConfiguration(
         const RTCConfigurationPtr& configuration, const RTCMediaConstraintsPtr& constraints,
         const std::shared_ptr<RTCPeerConnectionDelegate>& delegate) override;

@@ -40,13 +40,7 @@ void FakeRTCVideoTrack::setIsEnabled(bool enabled) {
 
 void FakeRTCVideoTrack::addRenderer(const RTCVideoRendererPtr& renderer) {
     context_->record("videoTrack(" + trackId_ + ").addRenderer");
-    if (!renderer) {
-        return;
-    }
-    std::lock_guard lock(mutex_);
-    if (std::find(renderers_.begin(), renderers_.end(), renderer) == renderers_.end()) {
-        renderers_.push_back(renderer);
-    }
+    lockedAppend(mutex_, renderers_, renderer);
 }
 
 void FakeRTCVideoTrack::removeRenderer(const RTCVideoRendererPtr& renderer) {
@@ -56,25 +50,8 @@ void FakeRTCVideoTrack::removeRenderer(const RTCVideoRendererPtr& renderer) {
 }
 
 size_t FakeRTCVideoTrack::deliverFrame(const RTCVideoFramePtr& frame) {
-    if (!frame) {
-        return 0;
-    }
-    std::vector<RTCVideoRendererPtr> renderers;
-    bool sizeChanged = false;
-    const CGSize size{static_cast<double>(frame->width()), static_cast<double>(frame->height())};
-    {
-        std::lock_guard lock(mutex_);
-        if (!enabled_) {
-            return 0;
-        }
-        renderers = renderers_;
-        sizeChanged = !(size == lastSize_);
-        lastSize_ = size;
-    }
+    const auto renderers = frame && isEnabled() ? this->renderers() : decltype(renderers_){};
     for (const auto& renderer : renderers) {
-        if (sizeChanged) {
-            renderer->setSize(size);
-        }
         renderer->renderFrame(frame);
     }
     return renderers.size();

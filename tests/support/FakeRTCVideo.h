@@ -36,7 +36,7 @@ class FakeRTCVideoSource : public RTCVideoSource {
 
 /// A local track (with a source) or a remote one (without). Renderers are held
 /// strongly until removed; deliverFrame gives them a frame while the track is
-/// enabled, after setSize when the frame size differs from the previous one.
+/// enabled.
 class FakeRTCVideoTrack : public RTCVideoTrack {
   public:
     FakeRTCVideoTrack(std::shared_ptr<FakeRTCContext> context, std::string trackId,
@@ -64,5 +64,4 @@ class FakeRTCVideoTrack : public RTCVideoTrack {
     mutable std::mutex mutex_;
     bool enabled_ = true;
     std::vector<RTCVideoRendererPtr> renderers_;
-    CGSize lastSize_;
 };

@@ -39,13 +39,6 @@ TEST(ErrorTable, MessagesTemplatesAndPairedCodes) {
                      .has_value());
 }
 
-TEST(WireWords, MediaIds) {
-    EXPECT_STREQ(kQXVCMediaStreamId, "ARDAMS");
-    EXPECT_STREQ(kQXVCAudioTrackId, "ARDAMSa0");
-    EXPECT_STREQ(kQXVCVideoTrackId, "ARDAMSv0");
-    EXPECT_EQ(kQXVCProtocolVersion, 1);
-}
-
 static_assert(QXVCStateClosed == 4 && QXVCRoleCallee == 2 && QXVCLogLevelInfo == 3 &&
               QXVCInternalLogLevelDebug == 1112017 &&
               QXVCOperationModeAutoAcceptSimultaneousStartCall == 1 &&

@@ -18,6 +18,7 @@
 #include "support/FakeChatClient.h"
 #include "support/FakeRTCPeerConnection.h"
 #include "support/FakeRTCPlatform.h"
+#include "support/RecordingApp.h"
 
 using Strings = std::vector<std::string>;
 
@@ -66,24 +67,10 @@ class LibraryTest : public ::testing::Test {
     void installEngineAndApp() {
         platform = FakeRTCPlatform::install();
         QXVCMain::prepareVideoDevice();
-        app = std::make_shared<QXVCVideoChatDelegate>();
-        auto record = [this](const char* name) {
-            return [this, name](const QXVCCallPtr& call, const auto&...) {
-                events.push_back(name);
-                eventCalls.push_back(call);
-            };
-        };
-        app->didReceiveStartCall = record("didReceiveStartCall");
-        app->didSendStartCall = record("didSendStartCall");
-        app->didReceiveAcceptCall = record("didReceiveAcceptCall");
-        app->didReceiveEndCall = record("didReceiveEndCall");
-        app->didOpponentAudioStateChange = record("didOpponentAudioStateChange");
-        app->didOpponentVideoStateChange = record("didOpponentVideoStateChange");
-        app->didSendAcceptCall = record("didSendAcceptCall");
-        app->didSendEndCall = record("didSendEndCall");
-        app->didOpenCall = record("didOpenCall");
-        app->didDropCall = record("didDropCall");
-        app->didReopenCall = record("didReopenCall");
+        app = recordingApp([this](const char* name, const QXVCCallPtr& call) {
+            events.push_back(name);
+            eventCalls.push_back(call);
+        });
         QXVCMain::addVideoChatDelegate(app, "app");
     }
 

@@ -85,6 +85,8 @@ TEST_F(CallEngineTest, AcceptWithReadyViewsSendsARelayOnlyOfferAndReportsIt) {
                          config->certificate()->expires(), config->iceServers()->at(0)->username()),
               std::tuple(RTCIceTransportPolicyRelay, RTCSdpSemanticsUnifiedPlan, 100000, "user"));
     EXPECT_EQ(connection->creationConstraints()->valueForKey("DtlsSrtpKeyAgreement"), "true");
+    EXPECT_TRUE(
+        platform->context()->contains(connection->name() + ".addTrack(video:ARDAMSv0,[ARDAMS])"));
 
     connection->completeAll();
     queue->runUntilIdle();
