@@ -3,7 +3,7 @@
 // compiler line from pkg-config, and each build calling a phone.
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "PhoneCallFixture.h"
 
@@ -23,9 +23,7 @@ int shell(const std::string& command, const std::string& log) {
 
 std::string readText(const fs::path& path) {
     std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 }  // namespace

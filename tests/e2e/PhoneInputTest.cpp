@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "ChildProcess.h"
 #include "PhoneCallFixture.h"
@@ -43,9 +43,7 @@ Outcome runPhone(const std::vector<std::string>& args) {
     outcome.status = process->waitExit(20);
     process->stop();
     std::ifstream in(setup.logPath);
-    std::stringstream text;
-    text << in.rdbuf();
-    outcome.output = text.str();
+    outcome.output.assign(std::istreambuf_iterator<char>(in), {});
     std::remove(setup.logPath.c_str());
     return outcome;
 }

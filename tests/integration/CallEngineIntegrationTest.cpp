@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <future>
 #include <mutex>
 
 #include "ChatServerHarness.h"
@@ -44,10 +43,7 @@ std::vector<QXVCCallMessagePtr> callMessages(const chatserver_test::RecordingDel
 
 /// The application events heard, by name.
 struct AppEvents {
-    void add(const char* name) {
-        std::lock_guard lock(mutex);
-        names.push_back(name);
-    }
+    void add(const char* name) { lockedAppend(mutex, names, name); }
     bool has(const std::string& name) {
         const auto all = lockedCopy(mutex, names);
         return std::find(all.begin(), all.end(), name) != all.end();
@@ -77,10 +73,9 @@ class CallEngineIntegrationTest : public GStreamerTurnTest {
         service_ = velmorin::ChatService::create(settings);
         service_->upsertUser(QXDUser("alice", "Alice"));
         service_->upsertUser(QXDUser("bob", "Bob"));
-        velmorin::GroupChannelSpec channel;
-        channel.channelUrl = kChannel;
-        channel.memberIds = {"alice", "bob"};
-        ASSERT_EQ(service_->createGroupChannel(channel).error, nullptr);
+        ASSERT_EQ(
+            service_->createGroupChannel({kChannel, "", false, false, {"alice", "bob"}}).error,
+            nullptr);
         alice_ = QXDInProcessChatClient::create(service_, "alice");
         bob_ = QXDInProcessChatClient::create(service_, "bob");
         bob_->addChannelDelegate(bobInbox_, "inbox");
@@ -135,15 +130,13 @@ class CallEngineIntegrationTest : public GStreamerTurnTest {
                                {"videochat_protocol_ver", 1},
                                {"is_audio_call", false},
                                {"constraints", {{"audio", true}, {"video", true}}}};
-        auto echoed = std::make_shared<std::promise<QXDUserMessagePtr>>();
-        bob_->sendUserMessage(
-            kChannel,
-            QXVCClient::buildMessageParamsWithSignalingCommand("STCA", body, std::nullopt),
-            [echoed](QXDUserMessagePtr message, QXDErrorPtr) { echoed->set_value(message); });
-        auto future = echoed->get_future();
-        ASSERT_EQ(future.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+        auto params =
+            QXVCClient::buildMessageParamsWithSignalingCommand("STCA", body, std::nullopt);
+        auto [echo, error] = chatserver_test::awaitCompletion<QXDUserMessagePtr>(
+            [&](auto handler) { bob_->sendUserMessage(kChannel, params, handler); });
+        ASSERT_TRUE(echo) << (error ? error->description() : "no echo");
         start_ = std::dynamic_pointer_cast<QXVCStartCallMessage>(
-            QXVCMessageParser::parseUserMessage(future.get()));
+            QXVCMessageParser::parseUserMessage(echo));
         ASSERT_TRUE(start_ && start_->callId());
         callId_ = *start_->callId();
     }

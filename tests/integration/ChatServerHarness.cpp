@@ -1,6 +1,5 @@
 #include "ChatServerHarness.h"
 
-#include <future>
 #include <thread>
 
 #include <boost/asio/io_context.hpp>
@@ -42,10 +41,7 @@ InProcessServer::InProcessServer(uint16_t port, velmorin::LoginBackoff::Settings
         service->upsertUser(QXDUser(id, nickname));
         options.tokens[id] = id + "-token";
     }
-    velmorin::GroupChannelSpec setup;
-    setup.channelUrl = kChannel;
-    setup.memberIds = {"alice", "bob"};
-    service->createGroupChannel(setup);
+    service->createGroupChannel({kChannel, "", false, false, {"alice", "bob"}});
     server = std::make_unique<velmorin::server::ChatServer>(service, options);
     server->start();
 }
@@ -182,24 +178,6 @@ QXDWebSocketChatClientPtr makeClient(uint16_t port, const std::string& userId,
     }
     return client;
 }
-
-namespace {
-
-/// Calls `start` with a completion and waits for it; {nullptr, nullptr} after the deadline.
-template <typename T, typename Start>
-std::pair<T, QXDErrorPtr> awaitCompletion(Start start) {
-    auto done = std::make_shared<std::promise<std::pair<T, QXDErrorPtr>>>();
-    auto result = done->get_future();
-    start([done](T value, QXDErrorPtr error) {
-        done->set_value({std::move(value), std::move(error)});
-    });
-    if (result.wait_for(kDeadline) != std::future_status::ready) {
-        return {nullptr, nullptr};
-    }
-    return result.get();
-}
-
-}  // namespace
 
 std::pair<QXDGroupChannelPtr, QXDErrorPtr> lookUp(QXDChatClient& client,
                                                   const std::string& channelUrl) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -91,6 +92,20 @@ class RecordingDelegate : public QXDChannelDelegate {
 QXDWebSocketChatClientPtr makeClient(uint16_t port, const std::string& userId,
                                      const std::string& token = {},
                                      const std::shared_ptr<RecordingDelegate>& heard = nullptr);
+
+/// Calls `start` with a completion and waits for it; {nullptr, nullptr} after the deadline.
+template <typename T, typename Start>
+std::pair<T, QXDErrorPtr> awaitCompletion(Start start) {
+    auto done = std::make_shared<std::promise<std::pair<T, QXDErrorPtr>>>();
+    auto result = done->get_future();
+    start([done](T value, QXDErrorPtr error) {
+        done->set_value({std::move(value), std::move(error)});
+    });
+    if (result.wait_for(kDeadline) != std::future_status::ready) {
+        return {nullptr, nullptr};
+    }
+    return result.get();
+}
 
 /// Looks a channel up and waits for the completion.
 std::pair<QXDGroupChannelPtr, QXDErrorPtr> lookUp(QXDChatClient& client,

@@ -7,7 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include "ChatServerHarness.h"
 #include "ChildProcess.h"
@@ -65,9 +65,7 @@ class ChatServerProcessTest : public ::testing::Test {
     }
     std::string log(const fs::path& path = {}) const {
         std::ifstream in(path.empty() ? log_ : path);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
+        return {std::istreambuf_iterator<char>(in), {}};
     }
 
     fs::path dir_;

@@ -4,6 +4,40 @@
 #include <filesystem>
 #include <future>
 
+namespace {
+
+template <class State>
+bool endsWith(const std::vector<State>& states, State state) {
+    return !states.empty() && states.back() == state;
+}
+
+size_t entries(const char* dir) {
+    std::error_code error;
+    auto it = std::filesystem::directory_iterator(dir, error);
+    return error ? 0
+                 : static_cast<size_t>(std::distance(it, std::filesystem::directory_iterator{}));
+}
+
+/// A configuration as calls make it: relay only, Unified Plan, a fresh certificate.
+RTCConfigurationPtr relayConfiguration(const GStreamerCallOptions& options) {
+    auto configuration = RTCConfiguration::create();
+    configuration->setIceServers(std::vector<RTCIceServerPtr>{
+        RTCIceServer::initWithURLStrings({options.turnUrl}, options.username, options.password)});
+    configuration->setSdpSemantics(RTCSdpSemanticsUnifiedPlan);
+    configuration->setCertificate(RTCCertificate::generateCertificateWithParams(
+        {{"expires", 100000}, {"name", "RSASSA-PKCS1-v1_5"}}));
+    configuration->setIceTransportPolicy(RTCIceTransportPolicyRelay);
+    return configuration;
+}
+
+RTCMediaConstraintsPtr receiveBoth() {
+    return RTCMediaConstraints::initWithMandatoryConstraints(
+        RTCConstraintsMap{{"OfferToReceiveAudio", "true"}, {"OfferToReceiveVideo", "true"}},
+        std::nullopt);
+}
+
+}  // namespace
+
 void GStreamerCountingRenderer::setSize(CGSize size) {
     lockedSet(mutex_, size_, size);
 }
@@ -62,9 +96,7 @@ void GStreamerPeer::setCandidateSink(std::function<void(const RTCIceCandidatePtr
 }
 
 bool GStreamerPeer::waitFor(double seconds, const std::function<bool()>& predicate) {
-    auto deadline = std::chrono::steady_clock::now() +
-                    std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                        std::chrono::duration<double>(seconds));
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     while (!predicate()) {
         if (std::chrono::steady_clock::now() >= deadline) {
             return false;
@@ -75,13 +107,6 @@ bool GStreamerPeer::waitFor(double seconds, const std::function<bool()>& predica
     return true;
 }
 
-namespace {
-template <class State>
-bool endsWith(const std::vector<State>& states, State state) {
-    return !states.empty() && states.back() == state;
-}
-}  // namespace
-
 bool GStreamerPeer::waitForIce(RTCIceConnectionState state, double seconds) {
     return waitFor(seconds, [&] { return endsWith(iceStates(), state); });
 }
@@ -91,8 +116,8 @@ bool GStreamerPeer::waitForConnection(RTCPeerConnectionState state, double secon
 }
 
 bool GStreamerPeer::sawIce(RTCIceConnectionState state) const {
-    std::lock_guard lock(mutex_);
-    return std::find(ice_.begin(), ice_.end(), state) != ice_.end();
+    const auto states = iceStates();
+    return std::find(states.begin(), states.end(), state) != states.end();
 }
 
 std::string GStreamerTamperedFingerprints(std::string sdp) {
@@ -104,15 +129,6 @@ std::string GStreamerTamperedFingerprints(std::string sdp) {
     return sdp;
 }
 
-namespace {
-size_t entries(const char* dir) {
-    std::error_code error;
-    auto it = std::filesystem::directory_iterator(dir, error);
-    return error ? 0
-                 : static_cast<size_t>(std::distance(it, std::filesystem::directory_iterator{}));
-}
-}  // namespace
-
 size_t GStreamerOpenDescriptors() {
     return entries("/proc/self/fd");
 }
@@ -120,22 +136,6 @@ size_t GStreamerOpenDescriptors() {
 size_t GStreamerThreads() {
     return entries("/proc/self/task");
 }
-
-namespace {
-
-/// A configuration as calls make it: relay only, Unified Plan, a fresh certificate.
-RTCConfigurationPtr relayConfiguration(const GStreamerCallOptions& options) {
-    auto configuration = RTCConfiguration::create();
-    configuration->setIceServers(std::vector<RTCIceServerPtr>{
-        RTCIceServer::initWithURLStrings({options.turnUrl}, options.username, options.password)});
-    configuration->setSdpSemantics(RTCSdpSemanticsUnifiedPlan);
-    configuration->setCertificate(RTCCertificate::generateCertificateWithParams(
-        {{"expires", 100000}, {"name", "RSASSA-PKCS1-v1_5"}}));
-    configuration->setIceTransportPolicy(RTCIceTransportPolicyRelay);
-    return configuration;
-}
-
-}  // namespace
 
 std::pair<RTCCaptureDevicePtr, RTCCaptureDeviceFormatPtr> GStreamerCamera(
     RTCGstPlatform& platform, AVCaptureDevicePosition position, int width, int height) {
@@ -187,16 +187,6 @@ std::shared_ptr<GStreamerPeer> GStreamerMakePeer(const std::shared_ptr<RTCGstPla
     }
     return peer;
 }
-
-namespace {
-
-RTCMediaConstraintsPtr receiveBoth() {
-    return RTCMediaConstraints::initWithMandatoryConstraints(
-        RTCConstraintsMap{{"OfferToReceiveAudio", "true"}, {"OfferToReceiveVideo", "true"}},
-        std::nullopt);
-}
-
-}  // namespace
 
 RTCSessionDescriptionPtr GStreamerDescribe(RTCGstPeerConnection& pc, bool offer,
                                            std::string& error) {

@@ -1,13 +1,5 @@
 #include "support/FakeChatClient.h"
 
-FakeGroupChannel::FakeGroupChannel(std::weak_ptr<FakeChatClient> client, std::string url,
-                                   bool isPublic, bool isSuper, std::vector<QXDUser> members)
-    : client_(std::move(client)),
-      url_(std::move(url)),
-      isPublic_(isPublic),
-      isSuper_(isSuper),
-      members_(std::move(members)) {}
-
 QXDUserMessagePtr FakeGroupChannel::sendUserMessageWithParams(const QXDUserMessageParamsPtr& params,
                                                               QXDUserMessageHandler handler) {
     auto pending = std::make_shared<const QXDUserMessage>(
@@ -31,16 +23,11 @@ std::shared_ptr<FakeChatClient> FakeChatClient::create(std::optional<std::string
     return client;
 }
 
-std::shared_ptr<FakeGroupChannel> FakeChatClient::addChannel(const std::string& url, bool isPublic,
-                                                             bool isSuper,
-                                                             std::vector<QXDUser> members) {
+std::shared_ptr<FakeGroupChannel> FakeChatClient::addChannel(const std::string& url) {
     std::lock_guard lock(mutex_);
-    if (members.empty()) {
-        members.push_back(currentUser_ ? *currentUser_ : QXDUser("alice"));
-        members.emplace_back("bob");
-    }
-    auto channel = std::make_shared<FakeGroupChannel>(weak_from_this(), url, isPublic, isSuper,
-                                                      std::move(members));
+    auto channel = std::make_shared<FakeGroupChannel>(
+        weak_from_this(), url,
+        std::vector<QXDUser>{currentUser_ ? *currentUser_ : QXDUser("alice"), QXDUser("bob")});
     channels_[url] = channel;
     return channel;
 }

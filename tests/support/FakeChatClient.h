@@ -18,12 +18,13 @@ class FakeChatClient;
 
 class FakeGroupChannel : public QXDGroupChannel {
   public:
-    FakeGroupChannel(std::weak_ptr<FakeChatClient> client, std::string url, bool isPublic,
-                     bool isSuper, std::vector<QXDUser> members);
+    FakeGroupChannel(std::weak_ptr<FakeChatClient> client, std::string url,
+                     std::vector<QXDUser> members)
+        : client_(std::move(client)), url_(std::move(url)), members_(std::move(members)) {}
 
     std::string channelUrl() const override { return url_; }
-    bool isPublic() const override { return isPublic_; }
-    bool isSuper() const override { return isSuper_; }
+    bool isPublic() const override { return false; }
+    bool isSuper() const override { return false; }
     long memberCount() const override { return static_cast<long>(members_.size()); }
     std::vector<QXDUser> members() const override { return members_; }
     QXDUserMessagePtr sendUserMessageWithParams(const QXDUserMessageParamsPtr& params,
@@ -32,8 +33,6 @@ class FakeGroupChannel : public QXDGroupChannel {
   private:
     std::weak_ptr<FakeChatClient> client_;
     std::string url_;
-    bool isPublic_;
-    bool isSuper_;
     std::vector<QXDUser> members_;
 };
 
@@ -49,10 +48,8 @@ class FakeChatClient : public QXDChatClient, public std::enable_shared_from_this
     static std::shared_ptr<FakeChatClient> create(
         std::optional<std::string> currentUserId = "alice");
 
-    /// A private two-member channel (the current user and "bob") unless told otherwise.
-    std::shared_ptr<FakeGroupChannel> addChannel(const std::string& url, bool isPublic = false,
-                                                 bool isSuper = false,
-                                                 std::vector<QXDUser> members = {});
+    /// A private channel of two members: the current user and "bob".
+    std::shared_ptr<FakeGroupChannel> addChannel(const std::string& url);
 
     /// Every lookup fails with `error` (nullptr: lookups work again).
     void failLookups(QXDErrorPtr error) { lockedSet(mutex_, lookupError_, std::move(error)); }

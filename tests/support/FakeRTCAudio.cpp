@@ -123,7 +123,9 @@ FakeRTCAudioTrack::FakeRTCAudioTrack(std::shared_ptr<FakeRTCContext> context, st
 void FakeRTCAudioTrack::setIsEnabled(bool enabled) {
     context_->record("audioTrack(" + trackId_ + ").setIsEnabled(" +
                      std::to_string(enabled ? 1 : 0) + ")");
-    lockedSet(mutex_, enabled_, enabled);
+    std::lock_guard lock(mutex_);
+    enabled_ = enabled;
+    history_.push_back(enabled);
 }
 
 bool FakeRTCAudioTrack::isSendingSilence() const {

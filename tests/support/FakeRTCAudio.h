@@ -104,6 +104,8 @@ class FakeRTCAudioTrack : public RTCAudioTrack {
     RTCMediaStreamTrackState readyState() const override { return RTCMediaStreamTrackStateLive; }
     RTCAudioSourcePtr source() const override { return source_; }
 
+    /// Every value passed to setIsEnabled, in order.
+    std::vector<bool> enabledHistory() const { return lockedCopy(mutex_, history_); }
     /// What the far side hears from a local track: silence while the track is
     /// disabled or the audio session is inactive.
     bool isSendingSilence() const;
@@ -114,4 +116,5 @@ class FakeRTCAudioTrack : public RTCAudioTrack {
     std::shared_ptr<FakeRTCAudioSource> source_;
     mutable std::mutex mutex_;
     bool enabled_ = true;
+    std::vector<bool> history_;
 };

@@ -2,8 +2,21 @@
 
 #include <algorithm>
 
+namespace {
+QXDErrorPtr captureError(const std::string& text) {
+    return QXDError::errorWithDomain("RTCCameraVideoCapturer", -1,
+                                     QXDUserInfo{{NSLocalizedDescriptionKey, text}});
+}
+}  // namespace
+
 void FakeRTCCaptureSession::addPreviewRenderer(const RTCVideoRendererPtr& renderer) {
-    lockedAppend(mutex_, renderers_, renderer);
+    if (!renderer) {
+        return;
+    }
+    std::lock_guard lock(mutex_);
+    if (std::find(renderers_.begin(), renderers_.end(), renderer) == renderers_.end()) {
+        renderers_.push_back(renderer);
+    }
 }
 
 void FakeRTCCaptureSession::removePreviewRenderer(const RTCVideoRendererPtr& renderer) {
@@ -39,14 +52,23 @@ void FakeRTCCameraVideoCapturer::startCaptureWithDevice(const RTCCaptureDevicePt
                           ? std::to_string(format->width()) + "x" + std::to_string(format->height())
                           : "nil") +
                      "," + std::to_string(fps) + ")");
+    QXDErrorPtr error;
     {
         std::lock_guard lock(mutex_);
         starts_.push_back(Start{device, format, fps});
-        current_ = Start{device, format, fps};
+        if (startError_) {
+            error = startError_;
+        } else if (!device || !format || fps < 1) {
+            error = captureError("A device, a format and a frame rate of at least 1 are needed.");
+        } else {
+            current_ = Start{device, format, fps};
+        }
     }
-    session_->setRunning(true);
+    if (!error) {
+        session_->setRunning(true);
+    }
     if (completion) {
-        context_->dispatch([&] { completion(nullptr); });
+        context_->dispatch([completion = std::move(completion), error] { completion(error); });
     }
 }
 
@@ -55,6 +77,7 @@ void FakeRTCCameraVideoCapturer::stopCaptureWithCompletionHandler(
     context_->record(name_ + ".stopCapture()");
     {
         std::lock_guard lock(mutex_);
+        ++stops_;
         current_.reset();
     }
     session_->setRunning(false);
@@ -71,7 +94,7 @@ bool FakeRTCCameraVideoCapturer::captureFrame(RTCVideoFramePtr frame) {
             return false;
         }
         frameTime_ += 33'333'333;
-        if (!frame && current_->format) {
+        if (!frame) {
             frame = RTCVideoFrame::blackFrame(current_->format->width(), current_->format->height(),
                                               frameTime_);
         }

@@ -40,7 +40,8 @@ class FakeRTCCameraVideoCapturer : public RTCCameraVideoCapturer,
     std::weak_ptr<RTCVideoCapturerDelegate> delegate() const override { return delegate_; }
     FourCharCode preferredOutputPixelFormat() const override;
     /// Recorded as "<name>.startCapture(<device id>,<w>x<h>,<fps>)" ("nil" for a
-    /// missing device or format); it always succeeds.
+    /// missing device or format). A nil device or format or fps < 1 fails and
+    /// leaves capture as it was, as does a scripted failure.
     void startCaptureWithDevice(const RTCCaptureDevicePtr& device,
                                 const RTCCaptureDeviceFormatPtr& format, int fps,
                                 RTCCaptureCompletionHandler completion = nullptr) override;
@@ -57,11 +58,17 @@ class FakeRTCCameraVideoCapturer : public RTCCameraVideoCapturer,
     const std::string& name() const { return name_; }
     /// Every start request, failed ones included, in order.
     std::vector<Start> starts() const { return lockedCopy(mutex_, starts_); }
+    size_t stopCount() const { return lockedCopy(mutex_, stops_); }
     bool isCapturing() const { return current().has_value(); }
     /// The device, format and fps now capturing (the last successful start).
     std::optional<Start> current() const { return lockedCopy(mutex_, current_); }
     std::shared_ptr<FakeRTCCaptureSession> fakeSession() const { return session_; }
 
+    void setPreferredOutputPixelFormat(FourCharCode format) {
+        lockedSet(mutex_, preferred_, format);
+    }
+    /// Makes the following starts fail with an error (nullptr: succeed again).
+    void setStartError(QXDErrorPtr error) { lockedSet(mutex_, startError_, std::move(error)); }
     /// While capturing, hands `frame` to the frame delegate and the preview.
     /// Without a frame, a black one of the current format's size. Returns false
     /// (and delivers nothing) when not capturing.
@@ -75,7 +82,9 @@ class FakeRTCCameraVideoCapturer : public RTCCameraVideoCapturer,
     mutable std::mutex mutex_;
     FourCharCode preferred_ = kCVPixelFormatType_420YpCbCr8BiPlanarFullRange;
     std::vector<Start> starts_;
+    size_t stops_ = 0;
     std::optional<Start> current_;
+    QXDErrorPtr startError_;
     int64_t frameTime_ = 0;
 };
 

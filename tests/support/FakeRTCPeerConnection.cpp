@@ -1,6 +1,7 @@
 #include "support/FakeRTCPeerConnection.h"
 
 #include <algorithm>
+#include <sstream>
 
 #include "support/FakeRTCAudio.h"
 #include "support/FakeRTCVideo.h"
@@ -16,6 +17,11 @@ QXDErrorPtr defaultError(const std::string& what) {
 const char* directionText(RTCRtpTransceiverDirection direction) {
     static const char* const kTexts[] = {"sendrecv", "sendonly", "recvonly", "inactive"};
     return kTexts[std::clamp<long>(direction, 0, 3)];
+}
+
+bool receives(RTCRtpTransceiverDirection direction) {
+    return direction == RTCRtpTransceiverDirectionSendRecv ||
+           direction == RTCRtpTransceiverDirectionRecvOnly;
 }
 
 }  // namespace
@@ -41,6 +47,14 @@ bool FakeRTCRtpSender::setParameters(const RTCRtpParameters& parameters) {
     context_->record(senderId_ + ".setParameters(maxBitrate=" + bitrates + ")");
     std::lock_guard lock(mutex_);
     calls_.push_back(parameters);
+    if (parameters.encodings.size() != parameters_.encodings.size()) {
+        return false;
+    }
+    for (const auto& encoding : parameters.encodings) {
+        if (encoding.maxBitrateBps && *encoding.maxBitrateBps <= 0) {
+            return false;
+        }
+    }
     parameters_ = parameters;
     return true;
 }
@@ -81,20 +95,52 @@ std::shared_ptr<FakeRTCRtpTransceiver> FakeRTCPeerConnection::makeTransceiver(
     return transceiver;
 }
 
+void FakeRTCPeerConnection::applyReceiveConstraint(const RTCMediaConstraintsPtr& constraints,
+                                                   const char* key, RTCRtpMediaType type) {
+    const std::optional<bool> value = constraints ? constraints->boolForKey(key) : std::nullopt;
+    if (!value) {
+        return;
+    }
+    if (*value) {
+        const bool anyReceiving = std::any_of(
+            transceivers_.begin(), transceivers_.end(),
+            [&](const auto& t) { return t->mediaType() == type && receives(t->direction()); });
+        if (!anyReceiving) {
+            makeTransceiver(type, nullptr, {}, RTCRtpTransceiverDirectionRecvOnly);
+        }
+        return;
+    }
+    for (const auto& t : transceivers_) {
+        if (t->mediaType() != type) {
+            continue;
+        }
+        if (t->direction() == RTCRtpTransceiverDirectionSendRecv) {
+            t->setDirection(RTCRtpTransceiverDirectionSendOnly);
+        } else if (t->direction() == RTCRtpTransceiverDirectionRecvOnly) {
+            t->setDirection(RTCRtpTransceiverDirectionInactive);
+        }
+    }
+}
+
 void FakeRTCPeerConnection::offerForConstraints(
     const RTCMediaConstraintsPtr& constraints,
     RTCCreateSessionDescriptionCompletionHandler completion) {
     context_->record(name_ + ".offerForConstraints()");
     std::lock_guard lock(mutex_);
     offerConstraints_.push_back(constraints);
+    applyReceiveConstraint(constraints, kRTCMediaConstraintsOfferToReceiveAudio,
+                           RTCRtpMediaTypeAudio);
+    applyReceiveConstraint(constraints, kRTCMediaConstraintsOfferToReceiveVideo,
+                           RTCRtpMediaTypeVideo);
     pending_.push_back(Pending{Operation::CreateOffer, nullptr, std::move(completion), nullptr});
 }
 
 void FakeRTCPeerConnection::answerForConstraints(
-    const RTCMediaConstraintsPtr& /*constraints*/,
+    const RTCMediaConstraintsPtr& constraints,
     RTCCreateSessionDescriptionCompletionHandler completion) {
     context_->record(name_ + ".answerForConstraints()");
     std::lock_guard lock(mutex_);
+    answerConstraints_.push_back(constraints);
     pending_.push_back(Pending{Operation::CreateAnswer, nullptr, std::move(completion), nullptr});
 }
 
@@ -102,6 +148,7 @@ void FakeRTCPeerConnection::setLocalDescription(
     const RTCSessionDescriptionPtr& sdp, RTCSetSessionDescriptionCompletionHandler completion) {
     context_->record(name_ + ".setLocalDescription(" + describe(sdp) + ")");
     std::lock_guard lock(mutex_);
+    localSet_.push_back(sdp);
     pending_.push_back(
         Pending{Operation::SetLocalDescription, sdp, nullptr, std::move(completion)});
 }
@@ -138,8 +185,14 @@ RTCRtpSenderPtr FakeRTCPeerConnection::addTrack(const RTCMediaStreamTrackPtr& tr
     context_->record(name_ + ".addTrack(" +
                      (track ? track->kind() + ":" + track->trackId() : "nil") + ",[" + ids + "])");
     std::lock_guard lock(mutex_);
-    if (!track || closed_) {
+    addedTracks_.push_back(AddedTrack{track, streamIds});
+    if (!track || closeCount_ > 0) {
         return nullptr;
+    }
+    for (const auto& t : transceivers_) {
+        if (t->sender()->track() == track) {
+            return nullptr;
+        }
     }
     const RTCRtpMediaType type = track->kind() == kRTCMediaStreamTrackKindVideo
                                      ? RTCRtpMediaTypeVideo
@@ -157,6 +210,11 @@ bool FakeRTCPeerConnection::removeTrack(const RTCRtpSenderPtr& sender) {
                 return false;
             }
             t->fakeSender()->clearTrack();
+            if (t->direction() == RTCRtpTransceiverDirectionSendRecv) {
+                t->setDirection(RTCRtpTransceiverDirectionRecvOnly);
+            } else if (t->direction() == RTCRtpTransceiverDirectionSendOnly) {
+                t->setDirection(RTCRtpTransceiverDirectionInactive);
+            }
             return true;
         }
     }
@@ -166,7 +224,7 @@ bool FakeRTCPeerConnection::removeTrack(const RTCRtpSenderPtr& sender) {
 RTCRtpTransceiverPtr FakeRTCPeerConnection::addTransceiverOfType(RTCRtpMediaType mediaType) {
     context_->record(name_ + ".addTransceiverOfType(" + std::to_string(mediaType) + ")");
     std::lock_guard lock(mutex_);
-    if (closed_) {
+    if (closeCount_ > 0) {
         return nullptr;
     }
     return makeTransceiver(mediaType, nullptr, {}, RTCRtpTransceiverDirectionSendRecv);
@@ -198,14 +256,17 @@ std::vector<RTCRtpTransceiverPtr> FakeRTCPeerConnection::transceivers() const {
 void FakeRTCPeerConnection::statisticsWithCompletionHandler(
     RTCStatisticsCompletionHandler completion) {
     if (completion) {
-        context_->dispatch([&] { completion(std::make_shared<const RTCStatisticsReport>()); });
+        context_->dispatch(
+            [completion = std::move(completion), report = lockedCopy(mutex_, statistics_)] {
+                completion(std::make_shared<const RTCStatisticsReport>(report));
+            });
     }
 }
 
 void FakeRTCPeerConnection::close() {
     context_->record(name_ + ".close()");
     std::lock_guard lock(mutex_);
-    closed_ = true;
+    ++closeCount_;
     signaling_ = RTCSignalingStateClosed;
     ice_ = RTCIceConnectionStateClosed;
     connection_ = RTCPeerConnectionStateClosed;
@@ -223,6 +284,15 @@ std::shared_ptr<FakeRTCVideoTrack> FakeRTCPeerConnection::remoteVideoTrack() con
 
 // ---- Completing operations ------------------------------------------------------------
 
+std::vector<FakeRTCPeerConnection::Operation> FakeRTCPeerConnection::pendingOperations() const {
+    std::lock_guard lock(mutex_);
+    std::vector<Operation> out;
+    for (const auto& p : pending_) {
+        out.push_back(p.operation);
+    }
+    return out;
+}
+
 std::optional<FakeRTCPeerConnection::Pending> FakeRTCPeerConnection::takePending(
     Operation operation) {
     std::lock_guard lock(mutex_);
@@ -236,17 +306,30 @@ std::optional<FakeRTCPeerConnection::Pending> FakeRTCPeerConnection::takePending
     return std::nullopt;
 }
 
-std::string FakeRTCPeerConnection::makeSdp() const {
+std::string FakeRTCPeerConnection::makeSdp(RTCSdpType type) const {
     std::lock_guard lock(mutex_);
-    std::string sdp = "v=0\r\no=- 1 2 IN IP4 127.0.0.1\r\ns=-\r\nt=0 0\r\n";
+    std::ostringstream sdp;
+    sdp << "v=0\r\no=- " << std::hash<std::string>{}(name_) % 1000000007
+        << " 2 IN IP4 127.0.0.1\r\ns=-\r\nt=0 0\r\na=group:BUNDLE";
     for (size_t i = 0; i < transceivers_.size(); ++i) {
-        const bool video = transceivers_[i]->mediaType() == RTCRtpMediaTypeVideo;
-        sdp += std::string("m=") +
-               (video ? "video 9 UDP/TLS/RTP/SAVPF 96" : "audio 9 UDP/TLS/RTP/SAVPF 111") +
-               "\r\na=mid:" + std::to_string(i) +
-               "\r\na=" + directionText(transceivers_[i]->direction()) + "\r\n";
+        sdp << ' ' << transceivers_[i]->mid().value_or(std::to_string(i));
     }
-    return sdp;
+    sdp << "\r\na=msid-semantic: WMS ARDAMS\r\n";
+    for (size_t i = 0; i < transceivers_.size(); ++i) {
+        const auto& t = transceivers_[i];
+        const bool video = t->mediaType() == RTCRtpMediaTypeVideo;
+        sdp << "m=" << (video ? "video" : "audio") << " 9 UDP/TLS/RTP/SAVPF "
+            << (video ? "96" : "111") << "\r\nc=IN IP4 0.0.0.0\r\n"
+            << "a=ice-ufrag:fake\r\na=ice-pwd:fakefakefakefakefakefake\r\n"
+            << "a=fingerprint:sha-256 "
+               "00:11:22:33:44:55:66:77:88:99:AA:BB:CC:DD:EE:FF:"
+               "00:11:22:33:44:55:66:77:88:99:AA:BB:CC:DD:EE:FF\r\n"
+            << "a=setup:" << (type == RTCSdpTypeOffer ? "actpass" : "active") << "\r\n"
+            << "a=mid:" << t->mid().value_or(std::to_string(i)) << "\r\n"
+            << "a=" << directionText(t->direction()) << "\r\na=rtcp-mux\r\n"
+            << (video ? "a=rtpmap:96 VP8/90000\r\n" : "a=rtpmap:111 opus/48000/2\r\n");
+    }
+    return sdp.str();
 }
 
 bool FakeRTCPeerConnection::completeCreate(Operation operation, RTCSdpType type,
@@ -255,7 +338,8 @@ bool FakeRTCPeerConnection::completeCreate(Operation operation, RTCSdpType type,
     if (!p) {
         return false;
     }
-    auto description = std::make_shared<const RTCSessionDescription>(type, sdp ? *sdp : makeSdp());
+    auto description =
+        std::make_shared<const RTCSessionDescription>(type, sdp ? *sdp : makeSdp(type));
     if (p->createCompletion) {
         context_->dispatch(
             [c = std::move(p->createCompletion), description] { c(description, nullptr); });
@@ -267,13 +351,60 @@ bool FakeRTCPeerConnection::completeCreateOffer(std::optional<std::string> sdp) 
     return completeCreate(Operation::CreateOffer, RTCSdpTypeOffer, std::move(sdp));
 }
 
+bool FakeRTCPeerConnection::completeCreateAnswer(std::optional<std::string> sdp) {
+    return completeCreate(Operation::CreateAnswer, RTCSdpTypeAnswer, std::move(sdp));
+}
+
 void FakeRTCPeerConnection::applyDescription(const RTCSessionDescriptionPtr& description,
                                              bool local) {
     RTCSignalingState state;
     {
         std::lock_guard lock(mutex_);
         const RTCSdpType type = description ? description->type() : RTCSdpTypeOffer;
-        (local ? localDescription_ : remoteDescription_) = description;
+        if (local) {
+            localDescription_ = description;
+        } else {
+            remoteDescription_ = description;
+            // Media lines of a remote description are matched to transceivers of
+            // the same kind in order; a line without one gets a receive-only
+            // transceiver, as under Unified Plan.
+            std::vector<bool> used(transceivers_.size(), false);
+            std::istringstream lines(description ? description->sdp() : "");
+            std::string line;
+            std::shared_ptr<FakeRTCRtpTransceiver> section;
+            while (std::getline(lines, line)) {
+                if (!line.empty() && line.back() == '\r') {
+                    line.pop_back();
+                }
+                if (line.rfind("m=", 0) == 0) {
+                    const RTCRtpMediaType kind =
+                        line.rfind("m=video", 0) == 0 ? RTCRtpMediaTypeVideo : RTCRtpMediaTypeAudio;
+                    section = nullptr;
+                    for (size_t i = 0; i < transceivers_.size(); ++i) {
+                        if (!used[i] && transceivers_[i]->mediaType() == kind) {
+                            used[i] = true;
+                            section = transceivers_[i];
+                            break;
+                        }
+                    }
+                    if (!section) {
+                        section =
+                            makeTransceiver(kind, nullptr, {}, RTCRtpTransceiverDirectionRecvOnly);
+                        used.push_back(true);
+                    }
+                } else if (section && line.rfind("a=mid:", 0) == 0) {
+                    section->setMid(line.substr(6));
+                }
+            }
+        }
+        for (size_t i = 0; i < transceivers_.size(); ++i) {
+            if (!transceivers_[i]->mid()) {
+                transceivers_[i]->setMid(std::to_string(i));
+            }
+            if (type == RTCSdpTypeAnswer) {
+                transceivers_[i]->setCurrentDirection(transceivers_[i]->direction());
+            }
+        }
         // An answer or a rollback returns to Stable.
         signaling_ =
             type == RTCSdpTypeOffer
@@ -298,6 +429,14 @@ bool FakeRTCPeerConnection::completeSet(Operation operation, bool local) {
         context_->dispatch([c = std::move(p->setCompletion)] { c(nullptr); });
     }
     return true;
+}
+
+bool FakeRTCPeerConnection::completeSetLocalDescription() {
+    return completeSet(Operation::SetLocalDescription, true);
+}
+
+bool FakeRTCPeerConnection::completeSetRemoteDescription() {
+    return completeSet(Operation::SetRemoteDescription, false);
 }
 
 bool FakeRTCPeerConnection::failOperation(Operation operation, QXDErrorPtr error) {
@@ -390,6 +529,35 @@ void FakeRTCPeerConnection::emitIceConnectionState(RTCIceConnectionState state) 
 void FakeRTCPeerConnection::emitConnectionState(RTCPeerConnectionState state) {
     emitState("connectionState", connection_, state,
               &RTCPeerConnectionDelegate::peerConnectionDidChangeConnectionState);
+}
+
+void FakeRTCPeerConnection::emitIceGatheringState(RTCIceGatheringState state) {
+    emitState("iceGatheringState", gathering_, state,
+              &RTCPeerConnectionDelegate::peerConnectionDidChangeIceGatheringState);
+}
+
+void FakeRTCPeerConnection::emitSignalingState(RTCSignalingState state) {
+    emitState("signalingState", signaling_, state,
+              &RTCPeerConnectionDelegate::peerConnectionDidChangeSignalingState);
+}
+
+void FakeRTCPeerConnection::emitStartReceiving(RTCRtpMediaType mediaType) {
+    RTCRtpTransceiverPtr transceiver;
+    {
+        std::lock_guard lock(mutex_);
+        for (const auto& t : transceivers_) {
+            if (t->mediaType() == mediaType) {
+                transceiver = t;
+                break;
+            }
+        }
+    }
+    if (!transceiver) {
+        return;
+    }
+    notify([transceiver](RTCPeerConnectionDelegate& d, const RTCPeerConnectionPtr& pc) {
+        d.peerConnectionDidStartReceivingOnTransceiver(pc, transceiver);
+    });
 }
 
 void FakeRTCPeerConnection::emitConnected() {

@@ -5,9 +5,10 @@
 // log). Asynchronous operations (create offer/answer, set local/remote
 // description) stay pending until the test completes them, oldest first per
 // kind, with success or an error; completeAll() drives a whole negotiation.
-// The test also produces the engine's events: candidates, ICE and
-// peer-connection states. Completions and delegate callbacks run inline (see
-// FakeRTCContext). All methods are thread-safe.
+// The test also produces the engine's events: candidates, ICE, gathering,
+// signalling and peer-connection states, the first packet on a transceiver.
+// Completions and delegate callbacks run inline or on the context's callback
+// queue (see FakeRTCContext). All methods are thread-safe.
 #pragma once
 
 #include <deque>
@@ -32,7 +33,7 @@ class FakeRTCRtpSender : public RTCRtpSender {
     RTCMediaStreamTrackPtr track() const override { return lockedCopy(mutex_, track_); }
     std::vector<std::string> streamIds() const override { return streamIds_; }
     RTCRtpParameters parameters() const override { return lockedCopy(mutex_, parameters_); }
-    /// Recorded as "<sender>.setParameters(<max bitrates>)" and accepted.
+    /// Recorded (accepted or not) as "<sender>.setParameters(<max bitrates>)".
     bool setParameters(const RTCRtpParameters& parameters) override;
 
     /// Every setParameters call, in order.
@@ -72,24 +73,27 @@ class FakeRTCRtpTransceiver : public RTCRtpTransceiver {
           direction_(direction) {}
 
     RTCRtpMediaType mediaType() const override { return mediaType_; }
-    /// No mid or current direction is negotiated.
-    std::optional<std::string> mid() const override { return std::nullopt; }
+    std::optional<std::string> mid() const override { return lockedCopy(mutex_, mid_); }
     RTCRtpSenderPtr sender() const override { return sender_; }
     RTCRtpReceiverPtr receiver() const override { return receiver_; }
     RTCRtpTransceiverDirection direction() const override { return lockedCopy(mutex_, direction_); }
     void setDirection(RTCRtpTransceiverDirection d) override { lockedSet(mutex_, direction_, d); }
     std::optional<RTCRtpTransceiverDirection> currentDirection() const override {
-        return std::nullopt;
+        return lockedCopy(mutex_, current_);
     }
 
     std::shared_ptr<FakeRTCRtpSender> fakeSender() const { return sender_; }
+    void setMid(std::string mid) { lockedSet(mutex_, mid_, std::move(mid)); }
+    void setCurrentDirection(RTCRtpTransceiverDirection d) { lockedSet(mutex_, current_, d); }
 
   private:
     RTCRtpMediaType mediaType_;
     std::shared_ptr<FakeRTCRtpSender> sender_;
     std::shared_ptr<FakeRTCRtpReceiver> receiver_;
     mutable std::mutex mutex_;
+    std::optional<std::string> mid_;
     RTCRtpTransceiverDirection direction_;
+    std::optional<RTCRtpTransceiverDirection> current_;
 };
 
 class FakeRTCPeerConnection : public RTCPeerConnection,
@@ -103,7 +107,9 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
 
     std::weak_ptr<RTCPeerConnectionDelegate> delegate() const override { return delegate_; }
     RTCConfigurationPtr configuration() const override { return configuration_; }
-    /// Recorded with their constraints; they wait for the test to complete them.
+    /// Applies OfferToReceiveAudio/Video to the transceivers at once (as
+    /// libwebrtc does: "true" adds a receive-only transceiver when none of that
+    /// kind receives; "false" removes the receive direction), then waits.
     void offerForConstraints(const RTCMediaConstraintsPtr& constraints,
                              RTCCreateSessionDescriptionCompletionHandler completion) override;
     void answerForConstraints(const RTCMediaConstraintsPtr& constraints,
@@ -124,12 +130,15 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     std::vector<RTCRtpReceiverPtr> receivers() const override;
     std::vector<RTCRtpTransceiverPtr> transceivers() const override;
     /// Every call is recorded; the first moves every state to Closed. No
-    /// delegate callback follows (the event methods below do nothing once
-    /// closed); pending operations stay pending for the test to complete.
+    /// delegate callback follows, not even one already posted to the callback
+    /// queue (the event methods below do nothing once closed); pending
+    /// operations stay pending for the test to complete.
     void close() override;
     RTCSignalingState signalingState() const override { return lockedCopy(mutex_, signaling_); }
     RTCIceConnectionState iceConnectionState() const override { return lockedCopy(mutex_, ice_); }
-    RTCIceGatheringState iceGatheringState() const override { return RTCIceGatheringStateNew; }
+    RTCIceGatheringState iceGatheringState() const override {
+        return lockedCopy(mutex_, gathering_);
+    }
     RTCPeerConnectionState connectionState() const override {
         return lockedCopy(mutex_, connection_);
     }
@@ -139,8 +148,10 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     RTCSessionDescriptionPtr remoteDescription() const override {
         return lockedCopy(mutex_, remoteDescription_);
     }
-    /// Reports zero counters.
+    /// Reports the counters set with setStatistics (zeros by default) on the
+    /// callback queue.
     void statisticsWithCompletionHandler(RTCStatisticsCompletionHandler completion) override;
+    void setStatistics(RTCStatisticsReport report) { lockedSet(mutex_, statistics_, report); }
 
     // ---- What was called -----------------------------------------------------
 
@@ -149,29 +160,45 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     using Constraints = std::vector<RTCMediaConstraintsPtr>;
     using Descriptions = std::vector<RTCSessionDescriptionPtr>;
     Constraints offerConstraints() const { return lockedCopy(mutex_, offerConstraints_); }
-    /// Descriptions handed to setRemoteDescription, when called.
+    Constraints answerConstraints() const { return lockedCopy(mutex_, answerConstraints_); }
+    /// Descriptions handed to setLocal/setRemoteDescription, when called.
+    Descriptions localDescriptionsSet() const { return lockedCopy(mutex_, localSet_); }
     Descriptions remoteDescriptionsSet() const { return lockedCopy(mutex_, remoteSet_); }
     std::vector<RTCIceCandidatePtr> addedCandidates() const {
         return lockedCopy(mutex_, candidates_);
     }
+    struct AddedTrack {
+        RTCMediaStreamTrackPtr track;
+        std::vector<std::string> streamIds;
+    };
+    std::vector<AddedTrack> addedTracks() const { return lockedCopy(mutex_, addedTracks_); }
     std::vector<RTCRtpSenderPtr> removedSenders() const {
         return lockedCopy(mutex_, removedSenders_);
     }
-    bool isClosed() const { return lockedCopy(mutex_, closed_); }
+    size_t closeCount() const { return lockedCopy(mutex_, closeCount_); }
+    bool isClosed() const { return closeCount() > 0; }
 
     // ---- Completing pending operations --------------------------------------
 
     enum class Operation { CreateOffer, CreateAnswer, SetLocalDescription, SetRemoteDescription };
-    /// Completes the oldest pending create-offer with `sdp` (by default a small
-    /// SDP with one media line per transceiver). False when none is pending.
+    /// Pending operations, oldest first.
+    std::vector<Operation> pendingOperations() const;
+    /// Completes the oldest pending create-offer / create-answer with `sdp`
+    /// (by default a small SDP with one media line per transceiver). False when
+    /// none is pending.
     bool completeCreateOffer(std::optional<std::string> sdp = std::nullopt);
+    bool completeCreateAnswer(std::optional<std::string> sdp = std::nullopt);
+    /// Completes the oldest pending set-description with success: the
+    /// description becomes the local/remote one, mids are assigned and the
+    /// signalling state follows (reported to the delegate).
+    bool completeSetLocalDescription();
+    bool completeSetRemoteDescription();
     /// Fails the oldest pending operation of that kind with `error` (a default
     /// error in kRTCErrorDomain when nullptr).
     bool failOperation(Operation operation, QXDErrorPtr error = nullptr);
     /// Completes every pending operation with success, oldest first, including
-    /// those the completions start, until none is left (at most 100); a set
-    /// description becomes the local/remote one and the signalling state follows
-    /// (reported). Returns how many completed.
+    /// those the completions start, until none is left (at most 100). Returns
+    /// how many completed.
     size_t completeAll();
 
     // ---- Engine events -----------------------------------------------------
@@ -184,6 +211,10 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     void emitIceCandidate(const std::string& line);
     void emitIceConnectionState(RTCIceConnectionState state);
     void emitConnectionState(RTCPeerConnectionState state);
+    void emitIceGatheringState(RTCIceGatheringState state);
+    void emitSignalingState(RTCSignalingState state);
+    /// The first packet arrived on the first transceiver of `mediaType`.
+    void emitStartReceiving(RTCRtpMediaType mediaType);
     /// ICE Checking, peer connection Connecting, ICE Connected, peer
     /// connection Connected: what a successful connection reports.
     void emitConnected();
@@ -214,7 +245,9 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
                                                            RTCMediaStreamTrackPtr track,
                                                            std::vector<std::string> streamIds,
                                                            RTCRtpTransceiverDirection direction);
-    std::string makeSdp() const;
+    void applyReceiveConstraint(const RTCMediaConstraintsPtr& constraints, const char* key,
+                                RTCRtpMediaType type);
+    std::string makeSdp(RTCSdpType type) const;
     void applyDescription(const RTCSessionDescriptionPtr& description, bool local);
     void notify(std::function<void(RTCPeerConnectionDelegate&, const RTCPeerConnectionPtr&)> call);
     std::string describe(const RTCSessionDescriptionPtr& sdp) const;
@@ -226,16 +259,21 @@ class FakeRTCPeerConnection : public RTCPeerConnection,
     const std::weak_ptr<RTCPeerConnectionDelegate> delegate_;
 
     mutable std::mutex mutex_;
+    RTCStatisticsReport statistics_;
     std::deque<Pending> pending_;
     std::vector<std::shared_ptr<FakeRTCRtpTransceiver>> transceivers_;
-    Constraints offerConstraints_;
-    Descriptions remoteSet_;
+    std::vector<RTCMediaConstraintsPtr> offerConstraints_;
+    std::vector<RTCMediaConstraintsPtr> answerConstraints_;
+    std::vector<RTCSessionDescriptionPtr> localSet_;
+    std::vector<RTCSessionDescriptionPtr> remoteSet_;
     std::vector<RTCIceCandidatePtr> candidates_;
+    std::vector<AddedTrack> addedTracks_;
     std::vector<RTCRtpSenderPtr> removedSenders_;
-    bool closed_ = false;
+    size_t closeCount_ = 0;
     size_t idCounter_ = 0;
     RTCSignalingState signaling_ = RTCSignalingStateStable;
     RTCIceConnectionState ice_ = RTCIceConnectionStateNew;
+    RTCIceGatheringState gathering_ = RTCIceGatheringStateNew;
     RTCPeerConnectionState connection_ = RTCPeerConnectionStateNew;
     RTCSessionDescriptionPtr localDescription_;
     RTCSessionDescriptionPtr remoteDescription_;

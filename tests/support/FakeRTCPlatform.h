@@ -32,7 +32,9 @@ class FakeRTCPeerConnectionFactory : public RTCPeerConnectionFactory {
                                  RTCDefaultVideoDecoderFactoryPtr decoderFactory,
                                  std::shared_ptr<FakeRTCAudioSession> audioSession);
 
-    /// Recorded as "<factory>.peerConnection(<pc name>)"; nullptr for a nil configuration.
+    /// Recorded as "<factory>.peerConnection(<pc name>)". nullptr for a nil
+    /// configuration, an ICE server URL that is not turn:, turns:, stun: or
+    /// stuns:, or while setFailsPeerConnections(true).
     RTCPeerConnectionPtr peerConnectionWithConfiguration(
         const RTCConfigurationPtr& configuration, const RTCMediaConstraintsPtr& constraints,
         const std::shared_ptr<RTCPeerConnectionDelegate>& delegate) override;
@@ -47,13 +49,17 @@ class FakeRTCPeerConnectionFactory : public RTCPeerConnectionFactory {
     const std::string& name() const { return name_; }
     RTCDefaultVideoEncoderFactoryPtr encoderFactory() const { return encoderFactory_; }
     RTCDefaultVideoDecoderFactoryPtr decoderFactory() const { return decoderFactory_; }
+    void setFailsPeerConnections(bool fails) { lockedSet(mutex_, failsPeerConnections_, fails); }
 
     template <class T>
     using List = std::vector<std::shared_ptr<T>>;
     List<FakeRTCPeerConnection> peerConnections() const {
         return lockedCopy(mutex_, peerConnections_);
     }
+    List<FakeRTCAudioSource> audioSources() const { return lockedCopy(mutex_, audioSources_); }
+    List<FakeRTCAudioTrack> audioTracks() const { return lockedCopy(mutex_, audioTracks_); }
     List<FakeRTCVideoSource> videoSources() const { return lockedCopy(mutex_, videoSources_); }
+    List<FakeRTCVideoTrack> videoTracks() const { return lockedCopy(mutex_, videoTracks_); }
 
   private:
     std::shared_ptr<FakeRTCContext> context_;
@@ -62,8 +68,12 @@ class FakeRTCPeerConnectionFactory : public RTCPeerConnectionFactory {
     RTCDefaultVideoDecoderFactoryPtr decoderFactory_;
     std::shared_ptr<FakeRTCAudioSession> audioSession_;
     mutable std::mutex mutex_;
+    bool failsPeerConnections_ = false;
     List<FakeRTCPeerConnection> peerConnections_;
+    List<FakeRTCAudioSource> audioSources_;
+    List<FakeRTCAudioTrack> audioTracks_;
     List<FakeRTCVideoSource> videoSources_;
+    List<FakeRTCVideoTrack> videoTracks_;
 };
 
 class FakeRTCPlatform : public RTCPlatform {
@@ -91,8 +101,8 @@ class FakeRTCPlatform : public RTCPlatform {
         return lockedCopy(mutex_, devices_);
     }
     RTCAudioSessionPtr audioSession() override { return audioSession_; }
-    /// A new certificate with distinct fake PEM text. Recorded as
-    /// "platform.generateCertificate(...)".
+    /// A new certificate with distinct fake PEM text, or nullptr while
+    /// setFailsCertificates(true). Recorded as "platform.generateCertificate(...)".
     RTCCertificatePtr generateCertificate(RTCKeyType keyType, int64_t expiresMs) override;
     bool isProximityMonitoringEnabled() const override { return lockedCopy(mutex_, proximity_); }
     /// Recorded as "device.setProximityMonitoringEnabled(<0|1>)".
@@ -105,18 +115,30 @@ class FakeRTCPlatform : public RTCPlatform {
 
     /// Defaults: encoders VP8, VP9, H264; decoders the same.
     void setEncoderCodecs(Codecs codecs) { lockedSet(mutex_, encoderCodecs_, std::move(codecs)); }
+    void setDecoderCodecs(Codecs codecs) { lockedSet(mutex_, decoderCodecs_, std::move(codecs)); }
     /// Defaults: FakeRTCDefaultCaptureDevices() (front, then back).
     void setCaptureDevices(std::vector<RTCCaptureDevicePtr> devices) {
         lockedSet(mutex_, devices_, std::move(devices));
     }
+    void setFailsCertificates(bool fails) { lockedSet(mutex_, failsCertificates_, fails); }
 
     template <class T>
     using List = std::vector<std::shared_ptr<T>>;
     List<FakeRTCPeerConnectionFactory> factories() const { return lockedCopy(mutex_, factories_); }
     std::shared_ptr<FakeRTCPeerConnectionFactory> lastFactory() const { return last(factories()); }
+    List<FakeRTCCameraVideoCapturer> capturers() const { return lockedCopy(mutex_, capturers_); }
+    std::shared_ptr<FakeRTCCameraVideoCapturer> lastCapturer() const { return last(capturers()); }
     /// Peer connections of every factory, in creation order.
     List<FakeRTCPeerConnection> peerConnections() const;
     std::shared_ptr<FakeRTCPeerConnection> lastPeerConnection() const;
+    struct CertificateRequest {
+        RTCKeyType keyType;
+        int64_t expiresMs;
+        RTCCertificatePtr certificate;
+    };
+    std::vector<CertificateRequest> certificateRequests() const {
+        return lockedCopy(mutex_, certificates_);
+    }
     /// Every value passed to setProximityMonitoringEnabled, in order.
     std::vector<bool> proximityHistory() const { return lockedCopy(mutex_, proximityHistory_); }
 
@@ -132,7 +154,10 @@ class FakeRTCPlatform : public RTCPlatform {
     Codecs encoderCodecs_;
     Codecs decoderCodecs_;
     std::vector<RTCCaptureDevicePtr> devices_;
+    bool failsCertificates_ = false;
     bool proximity_ = false;
     std::vector<bool> proximityHistory_;
     List<FakeRTCPeerConnectionFactory> factories_;
+    List<FakeRTCCameraVideoCapturer> capturers_;
+    std::vector<CertificateRequest> certificates_;
 };

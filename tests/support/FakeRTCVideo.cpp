@@ -17,6 +17,8 @@ void FakeRTCVideoSource::capturer(RTCVideoCapturer* /*capturer*/, const RTCVideo
     std::vector<std::shared_ptr<FakeRTCVideoTrack>> tracks;
     {
         std::lock_guard lock(mutex_);
+        ++frames_;
+        last_ = frame;
         for (const auto& weak : tracks_) {
             if (auto track = weak.lock()) {
                 tracks.push_back(track);
@@ -35,12 +37,20 @@ FakeRTCVideoTrack::FakeRTCVideoTrack(std::shared_ptr<FakeRTCContext> context, st
 void FakeRTCVideoTrack::setIsEnabled(bool enabled) {
     context_->record("videoTrack(" + trackId_ + ").setIsEnabled(" +
                      std::to_string(enabled ? 1 : 0) + ")");
-    lockedSet(mutex_, enabled_, enabled);
+    std::lock_guard lock(mutex_);
+    enabled_ = enabled;
+    history_.push_back(enabled);
 }
 
 void FakeRTCVideoTrack::addRenderer(const RTCVideoRendererPtr& renderer) {
     context_->record("videoTrack(" + trackId_ + ").addRenderer");
-    lockedAppend(mutex_, renderers_, renderer);
+    if (!renderer) {
+        return;
+    }
+    std::lock_guard lock(mutex_);
+    if (std::find(renderers_.begin(), renderers_.end(), renderer) == renderers_.end()) {
+        renderers_.push_back(renderer);
+    }
 }
 
 void FakeRTCVideoTrack::removeRenderer(const RTCVideoRendererPtr& renderer) {
@@ -50,8 +60,25 @@ void FakeRTCVideoTrack::removeRenderer(const RTCVideoRendererPtr& renderer) {
 }
 
 size_t FakeRTCVideoTrack::deliverFrame(const RTCVideoFramePtr& frame) {
-    const auto renderers = frame && isEnabled() ? this->renderers() : decltype(renderers_){};
+    if (!frame) {
+        return 0;
+    }
+    std::vector<RTCVideoRendererPtr> renderers;
+    bool sizeChanged = false;
+    const CGSize size{static_cast<double>(frame->width()), static_cast<double>(frame->height())};
+    {
+        std::lock_guard lock(mutex_);
+        if (!enabled_) {
+            return 0;
+        }
+        renderers = renderers_;
+        sizeChanged = !(size == lastSize_);
+        lastSize_ = size;
+    }
     for (const auto& renderer : renderers) {
+        if (sizeChanged) {
+            renderer->setSize(size);
+        }
         renderer->renderFrame(frame);
     }
     return renderers.size();

@@ -12,7 +12,7 @@
 
 class FakeRTCVideoTrack;
 
-/// Passes the frames it receives to the tracks made on it.
+/// Counts the frames it receives and passes them to the tracks made on it.
 class FakeRTCVideoSource : public RTCVideoSource {
   public:
     explicit FakeRTCVideoSource(std::shared_ptr<FakeRTCContext> context, std::string name);
@@ -22,6 +22,8 @@ class FakeRTCVideoSource : public RTCVideoSource {
     void capturer(RTCVideoCapturer* capturer, const RTCVideoFramePtr& frame) override;
 
     const std::string& name() const { return name_; }
+    size_t framesReceived() const { return lockedCopy(mutex_, frames_); }
+    RTCVideoFramePtr lastFrame() const { return lockedCopy(mutex_, last_); }
     /// Called by the factory when it makes a track on this source.
     void attachTrack(const std::shared_ptr<FakeRTCVideoTrack>& track) {
         lockedAppend(mutex_, tracks_, track);
@@ -31,12 +33,14 @@ class FakeRTCVideoSource : public RTCVideoSource {
     std::shared_ptr<FakeRTCContext> context_;
     std::string name_;
     mutable std::mutex mutex_;
+    size_t frames_ = 0;
+    RTCVideoFramePtr last_;
     std::vector<std::weak_ptr<FakeRTCVideoTrack>> tracks_;
 };
 
 /// A local track (with a source) or a remote one (without). Renderers are held
 /// strongly until removed; deliverFrame gives them a frame while the track is
-/// enabled.
+/// enabled, after setSize when the frame size differs from the previous one.
 class FakeRTCVideoTrack : public RTCVideoTrack {
   public:
     FakeRTCVideoTrack(std::shared_ptr<FakeRTCContext> context, std::string trackId,
@@ -53,6 +57,7 @@ class FakeRTCVideoTrack : public RTCVideoTrack {
     void removeRenderer(const RTCVideoRendererPtr& renderer) override;
 
     std::vector<RTCVideoRendererPtr> renderers() const { return lockedCopy(mutex_, renderers_); }
+    std::vector<bool> enabledHistory() const { return lockedCopy(mutex_, history_); }
     /// Hands `frame` to every renderer (the engine decoding or capturing one).
     /// Returns how many renderers got it (0 while disabled).
     size_t deliverFrame(const RTCVideoFramePtr& frame);
@@ -63,5 +68,7 @@ class FakeRTCVideoTrack : public RTCVideoTrack {
     RTCVideoSourcePtr source_;
     mutable std::mutex mutex_;
     bool enabled_ = true;
+    std::vector<bool> history_;
     std::vector<RTCVideoRendererPtr> renderers_;
+    CGSize lastSize_;
 };

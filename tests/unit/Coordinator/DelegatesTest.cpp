@@ -96,22 +96,6 @@ TEST_F(CoordinatorTest, CompletionBlocksNeverRunInline) {
     EXPECT_EQ(order.back(), 4);
 }
 
-TEST_F(CoordinatorTest, WithoutACompletionQueueBlocksGoToTheMainQueue) {
-    auto previousMain = QXVCMainQueue::get();
-    auto main = QXVCManualQueue::create("main");
-    QXVCMainQueue::replaceForTesting(main);
-    QXVCMain::setCompletionHandlerDelegateQueue(nullptr);
-    EXPECT_EQ(QXVCMain::getCompletionHandlerDelegateQueue(), main);
-
-    bool ran = false;
-    QXVCMain::performCompletionHandlerDelegateQueueBlock([&] { ran = true; });
-    EXPECT_EQ(queue->runUntilIdle(), 0u);
-    EXPECT_FALSE(ran);
-    main->runUntilIdle();
-    EXPECT_TRUE(ran);
-    QXVCMainQueue::replaceForTesting(previousMain);
-}
-
 TEST_F(CoordinatorTest, VideoViewDelegateIsSingleAndWeak) {
     EXPECT_EQ(QXVCMain::getVideoViewDelegate(), nullptr);
     std::vector<CGSize> sizes;
