@@ -73,11 +73,13 @@ TEST_F(PhoneCallTest, OfflineCalleeHandsThePushPayloadToTheLibraryAndAccepts) {
     endCall(alice, bob, "end");
 }
 
-TEST_F(PhoneCallTest, SimultaneousStartsBecomeOneCall) {
-    auto& alice = phone("alice", {"--auto-accept-simultaneous"});
-    auto& bob = phone("bob", {"--auto-accept-simultaneous"});
-    alice.send("call video");
-    bob.send("call video");
+class SimultaneousStartTest : public PhoneCallTest {
+  protected:
+    /// Both phones placed a call to each other; one call opens, with one caller.
+    void expectOneCall(PhoneProcess& alice, PhoneProcess& bob);
+};
+
+void SimultaneousStartTest::expectOneCall(PhoneProcess& alice, PhoneProcess& bob) {
     expectRelayCandidates_ = true;
     auto aliceOpen = expectEvent(alice, "didOpenCall");
     auto bobOpen = expectEvent(bob, "didOpenCall");
@@ -90,4 +92,22 @@ TEST_F(PhoneCallTest, SimultaneousStartsBecomeOneCall) {
     // No second call opened on either side.
     EXPECT_EQ(alice.events("didOpenCall").size(), 1u);
     EXPECT_EQ(bob.events("didOpenCall").size(), 1u);
+}
+
+TEST_F(SimultaneousStartTest, StartsAtOnceBecomeOneCall) {
+    auto& alice = phone("alice", {"--auto-accept-simultaneous"});
+    auto& bob = phone("bob", {"--auto-accept-simultaneous"});
+    alice.send("call video");
+    bob.send("call video");
+    expectOneCall(alice, bob);
+}
+
+// Bob presses "call" after alice's call has rung on his phone (past the
+// library's pairing window): his phone pairs the refusal with her call.
+TEST_F(SimultaneousStartTest, AStartAfterTheOtherRangStillBecomesOneCall) {
+    auto& alice = phone("alice", {"--auto-accept-simultaneous"});
+    auto& bob = phone("bob", {"--auto-accept-simultaneous"});
+    ASSERT_TRUE(ring(alice, bob));
+    bob.send("call video");
+    expectOneCall(alice, bob);
 }

@@ -67,20 +67,21 @@ bool PhoneController::placeCall(bool audioOnly, std::string& error) {
     auto log = log_;
     std::weak_ptr<PhoneController> weak = weak_from_this();
     auto simultaneous = simultaneousStart_;
-    if (simultaneous) {
-        simultaneous->setStartUnderWay(true);
-    }
     QXVCMain::startCallWithAudioOnly(
         audioOnly, options, [log, weak, simultaneous](QXDErrorPtr startError) {
-            if (simultaneous) {
-                simultaneous->setStartUnderWay(false);
-            }
             auto call = QXVCMain::getActiveCall();
-            if (auto self = weak.lock(); self && call && !startError) {
+            auto self = weak.lock();
+            if (self && call && !startError) {
                 call->viewIsReady();
                 self->remember(call);
             }
             log->completion("startCallCompleted", startError ? nullptr : call, startError);
+            if (auto other = simultaneous ? simultaneous->startRefused(startError) : nullptr;
+                other && self) {
+                log->stamped("INFO", "accepting call=" + other->callId() +
+                                         " (our start was refused for it after it came)");
+                self->accept(other);
+            }
         });
     return true;
 }

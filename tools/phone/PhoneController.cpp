@@ -79,7 +79,13 @@ void PhoneController::install() {
             std::lock_guard lock(self->mutex_);
             fromPush = std::exchange(self->acceptFromPush_, false);
         }
-        if (self->options_.autoAccept || fromPush) {
+        const bool lateCollision =
+            self->simultaneousStart_ && self->simultaneousStart_->loneStart(call);
+        if (lateCollision) {
+            self->log_->stamped("INFO", "accepting call=" + call->callId() +
+                                            " (it came after our start was refused for it)");
+        }
+        if (self->options_.autoAccept || fromPush || lateCollision) {
             self->accept(call);
         }
     };
