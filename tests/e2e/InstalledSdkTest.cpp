@@ -3,7 +3,7 @@
 // compiler line from pkg-config, and each build calling a phone.
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 #include "PhoneCallFixture.h"
 
@@ -23,7 +23,9 @@ int shell(const std::string& command, const std::string& log) {
 
 std::string readText(const fs::path& path) {
     std::ifstream in(path);
-    return {std::istreambuf_iterator<char>(in), {}};
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
 }
 
 }  // namespace

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 #include "ChildProcess.h"
 #include "PhoneCallFixture.h"
@@ -43,7 +43,9 @@ Outcome runPhone(const std::vector<std::string>& args) {
     outcome.status = process->waitExit(20);
     process->stop();
     std::ifstream in(setup.logPath);
-    outcome.output.assign(std::istreambuf_iterator<char>(in), {});
+    std::stringstream text;
+    text << in.rdbuf();
+    outcome.output = text.str();
     std::remove(setup.logPath.c_str());
     return outcome;
 }

@@ -7,7 +7,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 #include "ChatServerHarness.h"
 #include "ChildProcess.h"
@@ -65,7 +65,9 @@ class ChatServerProcessTest : public ::testing::Test {
     }
     std::string log(const fs::path& path = {}) const {
         std::ifstream in(path.empty() ? log_ : path);
-        return {std::istreambuf_iterator<char>(in), {}};
+        std::stringstream text;
+        text << in.rdbuf();
+        return text.str();
     }
 
     fs::path dir_;
