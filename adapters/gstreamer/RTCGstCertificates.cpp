@@ -65,12 +65,15 @@ void RTCGstCertificates::run() {
             cv_.wait(lock);
             continue;
         }
+        making_ = true;
         lock.unlock();
         auto key = makeKey(RTCKeyTypeRSA, [this] {
             std::lock_guard stopLock(mutex_);
             return !stop_;
         });
         lock.lock();
+        making_ = false;
+        cv_.notify_all();
         if (!key) {
             continue;
         }
@@ -135,24 +138,14 @@ std::shared_ptr<RTCGstCertificates::Key> RTCGstCertificates::takeLocked() {
 RTCCertificatePtr RTCGstCertificates::generate(RTCKeyType keyType, int64_t expiresMs) {
     std::shared_ptr<Key> key;
     if (keyType == RTCKeyTypeRSA) {
-        std::lock_guard lock(mutex_);
+        // The key being made is nearer than a new one, and a second key made
+        // beside it would slow both down.
+        std::unique_lock lock(mutex_);
+        cv_.wait(lock, [&] { return !pool_.empty() || !making_ || stop_; });
         key = takeLocked();
     }
     cv_.notify_all();
-    if (!key && keyType == RTCKeyTypeRSA && thread_.joinable()) {
-        // Races the background thread; a pooled key that shows up first ends
-        // this one, and this one, if done first, leaves that one in the pool.
-        std::shared_ptr<Key> pooled;
-        key = makeKey(keyType, [&] {
-            std::lock_guard lock(mutex_);
-            pooled = takeLocked();
-            return !pooled;
-        });
-        if (!key) {
-            key = std::move(pooled);
-        }
-        cv_.notify_all();
-    } else if (!key) {
+    if (!key) {
         key = makeKey(keyType);
     }
     return key ? certify(*key, expiresMs) : nullptr;

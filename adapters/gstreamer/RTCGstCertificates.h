@@ -5,9 +5,8 @@
 // and signs a new self-signed certificate for it with the lifetime asked for.
 // A key is handed out once and never again.
 //
-// A request that finds the pool empty makes a key itself and races the
-// background thread: the first key done is taken, the other one fills the pool
-// (the time to make a key varies several-fold from one key to the next).
+// A request that finds the pool empty while the background thread makes a key
+// waits for that key; it makes one itself only when none is under way.
 #pragma once
 
 #include <condition_variable>
@@ -61,6 +60,7 @@ class RTCGstCertificates {
     mutable std::mutex mutex_;
     mutable std::condition_variable cv_;
     std::deque<std::shared_ptr<Key>> pool_;
+    bool making_ = false;  ///< the background thread is making a key
     bool stop_ = false;
     std::thread thread_;
 };
