@@ -92,6 +92,7 @@ void Impl::buildBranch(RTCGstBranch& branch, int mline, int pt) {
             " ! rtpvp8pay picture-id-mode=15-bit mtu=1200 ! capsfilter name=caps";
         bin = parseBin(description, "Send branch could not be made: ");
     } else {
+        std::lock_guard lock(mutex);
         bin = makeAudioSendBin(rtpCaps(false, pt));
     }
     if (!bin) {
@@ -185,18 +186,26 @@ void Impl::applyBitrate(RTCGstBranch& branch) {
 }
 
 void Impl::buildOfferBranches() {
-    std::lock_guard lock(mutex);
-    for (size_t i = 0; i < branches.size(); ++i) {
-        if (!branches[i].built) {
-            bool video = branches[i].transceiver->mediaType() == RTCRtpMediaTypeVideo;
-            buildBranch(branches[i], static_cast<int>(i),
-                        video ? kDefaultVp8PayloadType : kDefaultOpusPayloadType);
+    std::vector<BranchJob> jobs;
+    {
+        std::lock_guard lock(mutex);
+        for (size_t i = 0; i < branches.size(); ++i) {
+            if (!branches[i].built) {
+                bool video = branches[i].transceiver->mediaType() == RTCRtpMediaTypeVideo;
+                branches[i].built = true;
+                branches[i].mline = static_cast<int>(i);
+                jobs.push_back({i, static_cast<int>(i),
+                                video ? kDefaultVp8PayloadType : kDefaultOpusPayloadType});
+            }
         }
     }
+    buildBranches(jobs);
+    std::lock_guard lock(mutex);
     updateAudioMuteLocked();
 }
 
 void Impl::buildAnswerBranches(const std::vector<rtcgst::MediaLine>& lines) {
+    std::vector<BranchJob> jobs;
     std::vector<std::pair<RTCRtpMediaType, int>>
         unmatched;  // media lines without a local transceiver
     {
@@ -216,13 +225,14 @@ void Impl::buildAnswerBranches(const std::vector<rtcgst::MediaLine>& lines) {
                 unmatched.emplace_back(type, static_cast<int>(i));
                 continue;
             }
-            if (pt < 0) {
-                it->built = true;  // the offer has no codec we can send
-                continue;
+            it->built = true;  // with no codec we can send, that is all
+            if (pt >= 0) {
+                it->mline = static_cast<int>(i);
+                jobs.push_back({static_cast<size_t>(it - branches.begin()), it->mline, pt});
             }
-            buildBranch(*it, static_cast<int>(i), pt);
         }
     }
+    buildBranches(jobs);
     for (auto [type, mline] : unmatched) {
         // webrtcbin receives on these itself; mirror them as receive-only.
         pc.addTransceiverOfType(type)->setDirection(RTCRtpTransceiverDirectionRecvOnly);
@@ -232,6 +242,41 @@ void Impl::buildAnswerBranches(const std::vector<rtcgst::MediaLine>& lines) {
     }
     std::lock_guard lock(mutex);
     updateAudioMuteLocked();
+}
+
+void Impl::buildBranches(const std::vector<BranchJob>& jobs) {
+    for (const auto& job : jobs) {
+        // Built outside `mutex`: webrtcbin holds its own lock while it emits
+        // pad-added, whose handler takes `mutex`.
+        RTCGstBranch made;
+        {
+            std::lock_guard lock(mutex);
+            made.transceiver = branches[job.index].transceiver;
+        }
+        auto track = made.transceiver->gstSender()->track();
+        buildBranch(made, job.mline, job.pt);
+        RTCMediaStreamTrackPtr removed;
+        {
+            std::lock_guard lock(mutex);
+            RTCGstBranch& branch = branches[job.index];
+            branch.encoder = std::move(made.encoder);
+            branch.volume = std::move(made.volume);
+            branch.appsrc = std::move(made.appsrc);
+            branch.gstTransceiver = std::move(made.gstTransceiver);
+            branch.sinkId = made.sinkId;
+            branch.listenerId = made.listenerId;
+            if (track && branch.transceiver->gstSender()->track() != track) {
+                removed = track;  // removeTrack came meanwhile and found nothing to undo
+                std::swap(made.sinkId, branch.sinkId);
+                std::swap(made.listenerId, branch.listenerId);
+            }
+        }
+        if (auto video = std::dynamic_pointer_cast<RTCGstVideoTrack>(removed); video) {
+            video->removeSink(made.sinkId);
+        } else if (auto audio = std::dynamic_pointer_cast<RTCGstAudioTrack>(removed); audio) {
+            audio->listeners().remove(made.listenerId);
+        }
+    }
 }
 
 void Impl::syncDirections() {

@@ -5,10 +5,12 @@
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
+#include <openssl/rsa.h>
 #include <openssl/x509.h>
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 #include <vector>
 
 struct RTCGstCertificates::Key {
@@ -38,7 +40,8 @@ const EVP_MD* digestFor(const std::string& algorithm) {
 
 }  // namespace
 
-RTCGstCertificates::RTCGstCertificates(size_t readyKeys) : readyKeys_(readyKeys) {
+RTCGstCertificates::RTCGstCertificates(size_t readyKeys, std::function<void()> beforeRefill)
+    : readyKeys_(readyKeys), beforeRefill_(std::move(beforeRefill)) {
     if (readyKeys_ > 0) {
         thread_ = std::thread([this] { run(); });
     }
@@ -62,12 +65,26 @@ void RTCGstCertificates::run() {
             cv_.wait(lock);
             continue;
         }
+        making_ = true;
         lock.unlock();
-        auto key = makeKey(RTCKeyTypeRSA);
+        auto key = makeKey(RTCKeyTypeRSA, [this] {
+            std::lock_guard stopLock(mutex_);
+            return !stop_;
+        });
         lock.lock();
-        if (key) {
-            pool_.push_back(std::move(key));
-            cv_.notify_all();
+        making_ = false;
+        cv_.notify_all();
+        if (!key) {
+            continue;
+        }
+        pool_.push_back(std::move(key));
+        cv_.notify_all();
+        if (beforeRefill_) {
+            // Once, with the first key out of the way of the first call.
+            auto wait = std::exchange(beforeRefill_, nullptr);
+            lock.unlock();
+            wait();
+            lock.lock();
         }
     }
 }
@@ -83,24 +100,49 @@ bool RTCGstCertificates::waitUntilFull(double seconds) const {
                         [&] { return pool_.size() >= readyKeys_; });
 }
 
-std::shared_ptr<RTCGstCertificates::Key> RTCGstCertificates::makeKey(RTCKeyType keyType) {
+std::shared_ptr<RTCGstCertificates::Key> RTCGstCertificates::makeKey(
+    RTCKeyType keyType, const std::function<bool()>& keepGoing) {
     auto key = std::make_shared<Key>();
     if (keyType == RTCKeyTypeECDSA) {
         key->pkey = EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256");
-    } else {
-        key->pkey = EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", size_t{2048});
+        return key->pkey ? key : nullptr;
     }
+    EVP_PKEY_CTX* ctx = EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr);
+    if (ctx && EVP_PKEY_keygen_init(ctx) > 0 && EVP_PKEY_CTX_set_rsa_keygen_bits(ctx, 2048) > 0) {
+        if (keepGoing) {
+            // Called for every prime candidate (well under a millisecond
+            // apart); 0 abandons the key.
+            EVP_PKEY_CTX_set_app_data(ctx, const_cast<std::function<bool()>*>(&keepGoing));
+            EVP_PKEY_CTX_set_cb(ctx, [](EVP_PKEY_CTX* c) {
+                return (*static_cast<std::function<bool()>*>(EVP_PKEY_CTX_get_app_data(c)))() ? 1
+                                                                                              : 0;
+            });
+        }
+        if (EVP_PKEY_generate(ctx, &key->pkey) <= 0) {
+            key->pkey = nullptr;
+        }
+    }
+    EVP_PKEY_CTX_free(ctx);
     return key->pkey ? key : nullptr;
+}
+
+std::shared_ptr<RTCGstCertificates::Key> RTCGstCertificates::takeLocked() {
+    if (pool_.empty()) {
+        return nullptr;
+    }
+    auto key = std::move(pool_.front());
+    pool_.pop_front();
+    return key;
 }
 
 RTCCertificatePtr RTCGstCertificates::generate(RTCKeyType keyType, int64_t expiresMs) {
     std::shared_ptr<Key> key;
     if (keyType == RTCKeyTypeRSA) {
-        std::lock_guard lock(mutex_);
-        if (!pool_.empty()) {
-            key = std::move(pool_.front());
-            pool_.pop_front();
-        }
+        // The key being made is nearer than a new one, and a second key made
+        // beside it would slow both down.
+        std::unique_lock lock(mutex_);
+        cv_.wait(lock, [&] { return !pool_.empty() || !making_ || stop_; });
+        key = takeLocked();
     }
     cv_.notify_all();
     if (!key) {

@@ -4,11 +4,15 @@
 // thread keeps a few fresh keys ready; each certificate request takes one key
 // and signs a new self-signed certificate for it with the lifetime asked for.
 // A key is handed out once and never again.
+//
+// A request that finds the pool empty while the background thread makes a key
+// waits for that key; it makes one itself only when none is under way.
 #pragma once
 
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -20,7 +24,10 @@
 class RTCGstCertificates {
   public:
     /// Keeps `readyKeys` RSA keys ready (0 disables the background thread).
-    explicit RTCGstCertificates(size_t readyKeys = 2);
+    /// `beforeRefill`, when set, runs on the background thread once the first
+    /// key is ready and before it makes more: the engine waits there for its
+    /// own set-up, which a first call needs as much as a key.
+    explicit RTCGstCertificates(size_t readyKeys = 2, std::function<void()> beforeRefill = {});
     ~RTCGstCertificates();
     RTCGstCertificates(const RTCGstCertificates&) = delete;
     RTCGstCertificates& operator=(const RTCGstCertificates&) = delete;
@@ -40,13 +47,20 @@ class RTCGstCertificates {
   private:
     struct Key;
     void run();
-    static std::shared_ptr<Key> makeKey(RTCKeyType keyType);
+    /// A new key; null if OpenSSL fails or `keepGoing` (asked often while
+    /// the key is made) returns false.
+    static std::shared_ptr<Key> makeKey(RTCKeyType keyType,
+                                        const std::function<bool()>& keepGoing = {});
+    /// The oldest pooled key, or null (`mutex_` held).
+    std::shared_ptr<Key> takeLocked();
     static RTCCertificatePtr certify(const Key& key, int64_t expiresMs);
 
     const size_t readyKeys_;
+    std::function<void()> beforeRefill_;
     mutable std::mutex mutex_;
     mutable std::condition_variable cv_;
     std::deque<std::shared_ptr<Key>> pool_;
+    bool making_ = false;  ///< the background thread is making a key
     bool stop_ = false;
     std::thread thread_;
 };

@@ -1,7 +1,11 @@
 #include "RTCGstMemory.h"
 
+#include <algorithm>
 #include <cstdlib>  // defines __GLIBC__ with glibc
 #include <mutex>
+#ifdef __GLIBC__
+#include <unistd.h>
+#endif
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
@@ -17,7 +21,13 @@ constexpr int kMmapThreshold = 128 * 1024;
 void RTCGstMemory::configure() {
 #ifdef __GLIBC__
     static std::once_flag once;
-    std::call_once(once, [] { mallopt(M_MMAP_THRESHOLD, kMmapThreshold); });
+    std::call_once(once, [] {
+        mallopt(M_MMAP_THRESHOLD, kMmapThreshold);
+        // glibc's default is eight arenas per core: each call's new streaming
+        // threads spread its small blocks over more of them, and every arena
+        // keeps the pages its survivors pin.
+        mallopt(M_ARENA_MAX, static_cast<int>(std::max(2L, sysconf(_SC_NPROCESSORS_ONLN))));
+    });
 #endif
 }
 

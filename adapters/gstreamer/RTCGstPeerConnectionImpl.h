@@ -165,8 +165,16 @@ struct RTCGstPeerConnection::Impl {
     void onPadAdded(GstPad* pad);
     void updateNegotiated();
     /// A send branch (track) or a bare webrtcbin transceiver (no track) for
-    /// `branch` on media line `mline` with payload type `pt`.
+    /// `branch` on media line `mline` with payload type `pt` (`mutex` not held).
     void buildBranch(RTCGstBranch& branch, int mline, int pt);
+    /// Branch `index` of `branches` on media line `mline` with payload type `pt`.
+    struct BranchJob {
+        size_t index;
+        int mline;
+        int pt;
+    };
+    /// Builds each job's branch without holding `mutex`, then stores it.
+    void buildBranches(const std::vector<BranchJob>& jobs);
     /// A bin made from `description`, or null (logged after `failure`).
     static rtcgst::GstRef<> parseBin(const std::string& description, const char* failure);
 

@@ -84,7 +84,10 @@ std::shared_ptr<RTCGstPlatform> RTCGstPlatform::create(Options options) {
 RTCGstPlatform::RTCGstPlatform(Options options)
     : options_(options),
       queue_(QXVCSerialQueue::create("rtc.signaling")),
-      certificates_(std::make_unique<RTCGstCertificates>(options.readyCertificateKeys)),
+      // The first key and GStreamer's DTLS set-up (one more RSA key) are what
+      // a call placed at once waits for: the refill waits for the set-up.
+      certificates_(std::make_unique<RTCGstCertificates>(options.readyCertificateKeys,
+                                                         [] { RTCGstWarmUp::waitUntilDone(30); })),
       audioSession_(std::make_shared<RTCAudioSession>()),
       media_(std::make_shared<RTCGstMediaSettings>(options.media)),
       listeners_(std::make_shared<Listeners>()) {

@@ -1,6 +1,9 @@
-// The description helpers of the GStreamer engine.
+// The description helpers of the GStreamer engine, and its pool of DTLS keys.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
+#include <set>
 #include <tuple>
 
 #include "RTCGstCertificates.h"
@@ -89,6 +92,29 @@ TEST(GStreamerSdpUtilsTest, MediaLinesKeepOrderPayloadTypesAndDirections) {
     EXPECT_EQ(lines, (decltype(lines){{"video", "0", 100, -1, "recvonly"},
                                       {"audio", "1", -1, 109, "sendrecv"},
                                       {"application", "2", -1, -1, "sendrecv"}}));
+}
+
+TEST(GStreamerSdpUtilsTest, EveryCertificateHasItsOwnKeyAndTheRefillWaitsForTheEngine) {
+    std::promise<void> entered;
+    std::promise<void> release;
+    RTCGstCertificates pool(2, [&] {
+        entered.set_value();
+        release.get_future().wait();
+    });
+    std::set<std::string> keys;
+    for (int i = 0; i < 3; ++i) {  // the first one most likely before any key is ready
+        auto certificate = pool.generate(RTCKeyTypeRSA, 60'000);
+        ASSERT_TRUE(certificate);
+        keys.insert(certificate->privateKey());
+    }
+    EXPECT_EQ(keys.size(), 3u);
+    ASSERT_EQ(entered.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
+    EXPECT_LE(pool.readyCount(), 1u);  // only the first key before the engine is set up
+    release.set_value();
+    EXPECT_TRUE(pool.waitUntilFull(60));
+    auto pooled = pool.generate(RTCKeyTypeRSA, 60'000);
+    ASSERT_TRUE(pooled);
+    EXPECT_FALSE(keys.count(pooled->privateKey()));
 }
 
 }  // namespace

@@ -42,8 +42,7 @@ extern "C" const char* __tsan_default_options() {
 }
 
 extern "C" const char* __tsan_default_suppressions() {
-    return "deadlock:RTCGstPeerConnection::Impl::buildAnswerBranches\n"
-        "race:tzset_internal\n"
+    return "race:tzset_internal\n"
         "race:_dl_deallocate_tls\n"
         RESIDENT("libglib-2.0.so") RESIDENT("libgobject-2.0.so") RESIDENT("libgstreamer-1.0.so")
         RESIDENT("libgstbase-1.0.so") RESIDENT("libwebrtc_audio_processing.so")

@@ -15,6 +15,7 @@
 #endif
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -55,6 +56,45 @@ long statusKb(const char* key) {
         }
     }
     return 0;
+}
+
+/// Resident KiB of this process by kind of mapping: the main heap, other
+/// anonymous memory (malloc's thread arenas, thread stacks, GLib's and
+/// GStreamer's own pools) and mapped files (code and data of libraries).
+struct ResidentKinds {
+    long heap = 0;
+    long anonymous = 0;
+    long files = 0;
+};
+
+ResidentKinds residentKinds() {
+    ResidentKinds kinds;
+    std::ifstream in("/proc/self/smaps");
+    long* current = nullptr;
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind("Rss:", 0) == 0) {
+            if (current) {
+                *current += std::atol(line.c_str() + 4);
+            }
+            continue;
+        }
+        // A mapping's first line: "start-end perms offset dev inode [path]".
+        if (line.empty() || !std::isxdigit(static_cast<unsigned char>(line[0])) ||
+            line.find('-') == std::string::npos || line.find(':') == std::string::npos ||
+            line.find(' ') > line.find(':')) {
+            continue;
+        }
+        auto slash = line.find('/');
+        auto bracket = line.find('[');
+        if (slash != std::string::npos) {
+            current = &kinds.files;
+        } else if (bracket != std::string::npos && line.compare(bracket, 6, "[heap]") == 0) {
+            current = &kinds.heap;
+        } else {
+            current = &kinds.anonymous;
+        }
+    }
+    return kinds;
 }
 
 double cpuSeconds() {
@@ -108,11 +148,15 @@ int main(int argc, char** argv) {
         }
         long rss = statusKb("VmRSS:");
         rssFirst = rssFirst ? rssFirst : rss;
+        ResidentKinds kinds = residentKinds();
         std::printf(
             "after %3d calls: RSS %6.1f MiB (%+.1f MiB since the first), %zu open "
             "descriptors, %zu threads\n",
             made, double(rss) / 1024, double(rss - rssFirst) / 1024, descriptors,
             GStreamerThreads());
+        std::printf(
+            "                 resident: heap %.1f MiB, other anonymous %.1f MiB, files %.1f MiB\n",
+            double(kinds.heap) / 1024, double(kinds.anonymous) / 1024, double(kinds.files) / 1024);
 #ifdef __GLIBC__
         // What is allocated against what the allocator holds: a leak grows the
         // first, retention only the second.

@@ -65,9 +65,10 @@ class RTCGstPlatform final : public RTCPlatform,
 
     /// Initializes GStreamer once per process. nullptr when webrtcbin, VP8 or
     /// Opus elements are missing. With glibc, it also fixes the allocator's
-    /// mmap threshold at 128 KiB for the process (mallopt), and every ended
-    /// call trims the allocator (malloc_trim): a call's large media blocks
-    /// would otherwise stay resident after it ends.
+    /// mmap threshold at 128 KiB for the process and allows one malloc arena
+    /// per core, at least two (mallopt), and every ended call trims the
+    /// allocator (malloc_trim): a call's media blocks would otherwise stay
+    /// resident after it ends.
     static std::shared_ptr<RTCGstPlatform> create(Options options);
     static std::shared_ptr<RTCGstPlatform> create() { return create(Options{}); }
     ~RTCGstPlatform() override;
