@@ -73,8 +73,12 @@ void RTCGstCertificates::run() {
         });
         lock.lock();
         making_ = false;
+        failing_ = !key;
         cv_.notify_all();
         if (!key) {
+            // OpenSSL failed (or we stop): requests make their own keys
+            // meanwhile, and the next try here comes a second later.
+            cv_.wait_for(lock, std::chrono::seconds(1), [this] { return stop_; });
             continue;
         }
         pool_.push_back(std::move(key));
@@ -141,7 +145,7 @@ RTCCertificatePtr RTCGstCertificates::generate(RTCKeyType keyType, int64_t expir
         // The key being made is nearer than a new one, and a second key made
         // beside it would slow both down.
         std::unique_lock lock(mutex_);
-        cv_.wait(lock, [&] { return !pool_.empty() || !making_ || stop_; });
+        cv_.wait(lock, [&] { return !pool_.empty() || !making_ || failing_ || stop_; });
         key = takeLocked();
     }
     cv_.notify_all();

@@ -6,7 +6,8 @@
 // A key is handed out once and never again.
 //
 // A request that finds the pool empty while the background thread makes a key
-// waits for that key; it makes one itself only when none is under way.
+// waits for that key; it makes one itself only when none is under way, or
+// when the background thread's last key failed.
 #pragma once
 
 #include <condition_variable>
@@ -60,7 +61,8 @@ class RTCGstCertificates {
     mutable std::mutex mutex_;
     mutable std::condition_variable cv_;
     std::deque<std::shared_ptr<Key>> pool_;
-    bool making_ = false;  ///< the background thread is making a key
+    bool making_ = false;   ///< the background thread is making a key
+    bool failing_ = false;  ///< the background thread's last key failed
     bool stop_ = false;
     std::thread thread_;
 };

@@ -43,7 +43,13 @@ void GStreamerCountingRenderer::setSize(CGSize size) {
 }
 
 void GStreamerCountingRenderer::renderFrame(const RTCVideoFramePtr& frame) {
-    lockedSet(mutex_, last_, frame);
+    {
+        std::lock_guard lock(mutex_);
+        last_ = frame;
+        if (first_ == std::chrono::steady_clock::time_point{}) {
+            first_ = std::chrono::steady_clock::now();
+        }
+    }
     frames_.fetch_add(1);
 }
 

@@ -24,12 +24,17 @@ class GStreamerCountingRenderer final : public RTCVideoRenderer {
     uint64_t frames() const { return frames_.load(); }
     CGSize size() const { return lockedCopy(mutex_, size_); }
     RTCVideoFramePtr lastFrame() const { return lockedCopy(mutex_, last_); }
+    /// When the first frame came (the benchmark's time to first frame).
+    std::chrono::steady_clock::time_point firstFrameAt() const {
+        return lockedCopy(mutex_, first_);
+    }
 
   private:
     std::atomic<uint64_t> frames_{0};
     mutable std::mutex mutex_;
     CGSize size_;
     RTCVideoFramePtr last_;
+    std::chrono::steady_clock::time_point first_;
 };
 
 /// One side: its peer connection, local media and everything its delegate heard.

@@ -79,13 +79,15 @@ bool TurnProcess::start(std::string& error) {
         return false;
     }
     secret_ = randomHex(16);
-    // Relay ports away from the listener, and apart for servers on other ports.
-    const int minPort = 40000 + (port_ % 1000) * 16;
+    // Relay ports away from the listener, and apart for servers on other ports:
+    // 64 of them, as allocations of phones that quit stay until they expire.
+    constexpr int kRelayPorts = 64;
+    const int minPort = 40000 + (port_ % 390) * kRelayPorts;
     ChildProcess::Setup setup;
     setup.argv = {"turnserver", "-n", "--listening-ip=127.0.0.1", "--relay-ip=127.0.0.1",
                   "--listening-port=" + std::to_string(port_),
                   "--min-port=" + std::to_string(minPort),
-                  "--max-port=" + std::to_string(minPort + 15), "--use-auth-secret",
+                  "--max-port=" + std::to_string(minPort + kRelayPorts - 1), "--use-auth-secret",
                   "--static-auth-secret=" + secret_, "--realm=velmorin.local", "--no-tls",
                   "--no-dtls", "--no-cli", "--allow-loopback-peers",
                   // The relay socket is bound to loopback and cannot send anywhere else:
