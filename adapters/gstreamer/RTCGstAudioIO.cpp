@@ -3,7 +3,13 @@
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cmath>
+#include <cstdio>
+
+#include "RTCGstEchoDelay.h"
+#include "VelmorinVideoChat/Platform/RTC/RTCLogging.h"
 
 namespace {
 
@@ -17,13 +23,25 @@ constexpr gint64 kPlaybackLatencyNs = 20 * GST_MSECOND;
 constexpr unsigned kProbeEvery = 25;
 
 /// The sound server's playback buffer: small, so that what the echo probe
-/// hands on is heard within a short and steady time (measured 30-50 ms on
-/// PulseAudio), and the time from the probe to the loudspeaker the canceller
-/// is told (the echo then comes back 10-30 ms later than expected, inside the
-/// canceller's filter, never before).
+/// hands on is heard soon (30-50 ms on PulseAudio).
 constexpr gint64 kSpeakerBufferUs = 60000;
 constexpr gint64 kSpeakerPeriodUs = 10000;
-constexpr GstClockTime kProbeToSpeakerNs = 40 * GST_MSECOND;
+/// A pause in the received sound after which playback starts again.
+constexpr GstClockTime kPlaybackPause = 200 * GST_MSECOND;
+
+/// The canceller's filter reaches from the moment it expects the echo to
+/// about 40 ms later, never before: it is told to expect the echo this much
+/// earlier than measured.
+constexpr double kEchoMarginMs = 10;
+/// What the probe is told before the first measure: the echo came back 5-31
+/// ms after the probe on PulseAudio (half of the calls under 12 ms), all
+/// within the filter when expected at once.
+constexpr GstClockTime kFirstProbeLatencyNs = 0;
+/// How often the echo's way is measured, and how far two measures in a row
+/// may differ (ms) to count; a change smaller than the last is left alone.
+constexpr GstClockTime kMeasureEvery = GST_SECOND / 2;
+constexpr double kSteadyMs = 1;
+constexpr double kSmallChangeMs = 3;
 
 bool hasProperty(GstElement* element, const char* name) {
     return g_object_class_find_property(G_OBJECT_GET_CLASS(element), name) != nullptr;
@@ -40,19 +58,11 @@ GstClockTime runningNow(GstElement* element) {
     return time > base ? time - base : 0;
 }
 
-/// Stamps played sound with the moment it reaches the echo probe. Its own
-/// timestamps tell when it was received, and the sound may wait in the
-/// playback queue after that; the canceller needs when it is played.
-GstPadProbeReturn stampArrival(GstPad* pad, GstPadProbeInfo* info, gpointer) {
-    rtcgst::Owned<GstElement> element(gst_pad_get_parent_element(pad));
-    const GstClockTime now = element ? runningNow(element.get()) : GST_CLOCK_TIME_NONE;
-    if (now != GST_CLOCK_TIME_NONE) {
-        GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
-        GST_BUFFER_PTS(buffer) = now;
-        GST_PAD_PROBE_INFO_DATA(info) = buffer;
-    }
-    return GST_PAD_PROBE_OK;
-}
+/// Stamps played sound as it reaches the echo probe with when it is played
+/// (its own timestamps tell when it was received), and measures the echo's
+/// way from there to the microphone (RTCGstAudioIO::EchoPath).
+GstPadProbeReturn stampArrival(GstPad* pad, GstPadProbeInfo* info, gpointer data);
+GstPadProbeReturn listenToMicrophone(GstPad* pad, GstPadProbeInfo* info, gpointer data);
 
 bool hasFactory(const char* name) {
     rtcgst::Owned<GstElementFactory> factory(gst_element_factory_find(name));
@@ -118,6 +128,125 @@ void setProcessing(GstElement* dsp, bool on) {
 
 }  // namespace
 
+/// The echo's way from the probe to the microphone: measured as the call goes
+/// on, and the latency the probe is told.
+struct RTCGstAudioIO::EchoPath {
+    std::mutex mutex;
+    RTCGstEchoDelay delay;
+    GstClockTime latency = kFirstProbeLatencyNs;
+    bool latencyChanged = true;  ///< not yet told to the probe
+    int64_t nextEstimateNs = 0;
+    double lastDelayMs = -1;                  ///< the last clear measure
+    GstClockTime next = GST_CLOCK_TIME_NONE;  ///< where the played sound goes on
+
+    /// Stamps `buffer`, which reached the probe at `now`, with where it falls
+    /// in the played sound: the loudspeaker plays on without gaps while it is
+    /// fed, so each buffer follows the one before, whatever the jitter of its
+    /// arrival; after a pause the sound starts again from the present.
+    void stamp(GstBuffer* buffer, GstClockTime now) {
+        const GstClockTime duration =
+            gst_util_uint64_scale(gst_buffer_get_size(buffer) / 2, GST_SECOND, 48000);
+        std::lock_guard lock(mutex);
+        if (next == GST_CLOCK_TIME_NONE || now > next + kPlaybackPause) {
+            next = now;
+        }
+        GST_BUFFER_PTS(buffer) = next;
+        next += duration;
+    }
+
+    void played(GstBuffer* buffer) {
+        GstMapInfo map;
+        if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) {
+            return;
+        }
+        std::lock_guard lock(mutex);
+        delay.played(int64_t(GST_BUFFER_PTS(buffer)), reinterpret_cast<const int16_t*>(map.data),
+                     map.size / 2);
+        gst_buffer_unmap(buffer, &map);
+    }
+
+    void heard(GstBuffer* buffer) {
+        if (!GST_BUFFER_PTS_IS_VALID(buffer)) {
+            return;
+        }
+        GstMapInfo map;
+        if (!gst_buffer_map(buffer, &map, GST_MAP_READ)) {
+            return;
+        }
+        std::optional<RTCGstEchoDelay> sounds;
+        {
+            std::lock_guard lock(mutex);
+            delay.heard(int64_t(GST_BUFFER_PTS(buffer)), reinterpret_cast<const int16_t*>(map.data),
+                        map.size / 2);
+            if (delay.heardUntil() >= nextEstimateNs) {
+                nextEstimateNs = delay.heardUntil() + int64_t(kMeasureEvery);
+                sounds = delay;  // measured outside the lock, which playback takes too
+            }
+        }
+        gst_buffer_unmap(buffer, &map);
+        if (!sounds) {
+            return;
+        }
+        const auto estimate = sounds->estimate();
+        GstClockTime told = GST_CLOCK_TIME_NONE;
+        if (estimate) {
+            std::lock_guard lock(mutex);
+            told = adjust(estimate->delayMs);
+        }
+        if (told != GST_CLOCK_TIME_NONE) {
+            char line[160];
+            std::snprintf(line, sizeof line,
+                          "Echo comes back %.1f ms after the probe (match %.2f): the probe now "
+                          "allows %.1f ms to the loudspeaker",
+                          estimate->delayMs, estimate->correlation, double(told) / GST_MSECOND);
+            RTCLogEx(RTCLoggingSeverityInfo, line);
+        }
+    }
+
+    /// Takes a measure of the echo's delay; the probe's new latency when it
+    /// is to change, none otherwise. Under the mutex.
+    GstClockTime adjust(double delayMs) {
+        const bool steady = lastDelayMs >= 0 && std::abs(delayMs - lastDelayMs) <= kSteadyMs;
+        lastDelayMs = delayMs;
+        if (!steady) {
+            return GST_CLOCK_TIME_NONE;
+        }
+        const auto wanted =
+            GstClockTime(std::max(0.0, delayMs - kEchoMarginMs) * double(GST_MSECOND));
+        const auto change = wanted > latency ? wanted - latency : latency - wanted;
+        if (double(change) / GST_MSECOND <= kSmallChangeMs) {
+            return GST_CLOCK_TIME_NONE;
+        }
+        latency = wanted;
+        latencyChanged = true;
+        return wanted;
+    }
+};
+
+namespace {
+
+GstPadProbeReturn stampArrival(GstPad* pad, GstPadProbeInfo* info, gpointer data) {
+    rtcgst::Owned<GstElement> element(gst_pad_get_parent_element(pad));
+    const GstClockTime now = element ? runningNow(element.get()) : GST_CLOCK_TIME_NONE;
+    if (now != GST_CLOCK_TIME_NONE) {
+        GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+        auto* path = static_cast<std::shared_ptr<RTCGstAudioIO::EchoPath>*>(data)->get();
+        path->stamp(buffer, now);
+        GST_PAD_PROBE_INFO_DATA(info) = buffer;
+        path->played(buffer);
+    }
+    return GST_PAD_PROBE_OK;
+}
+
+GstPadProbeReturn listenToMicrophone(GstPad*, GstPadProbeInfo* info, gpointer data) {
+    if (GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info)) {
+        static_cast<std::shared_ptr<RTCGstAudioIO::EchoPath>*>(data)->get()->heard(buffer);
+    }
+    return GST_PAD_PROBE_OK;
+}
+
+}  // namespace
+
 /// Where the microphone's sound goes; shared with the microphone's appsink.
 struct RTCGstAudioIO::Microphone {
     std::mutex mutex;
@@ -176,7 +305,11 @@ std::shared_ptr<RTCGstAudioIO> RTCGstAudioIO::start(const RTCGstMicrophonePlan& 
         gst_bin_add(bin, probe);
         gst_element_link_many(source, probe, sink, nullptr);
         rtcgst::Owned<GstPad> probed(gst_element_get_static_pad(probe, "sink"));
-        gst_pad_add_probe(probed.get(), GST_PAD_PROBE_TYPE_BUFFER, stampArrival, nullptr, nullptr);
+        io->echoPath_ = std::make_shared<EchoPath>();
+        gst_pad_add_probe(
+            probed.get(), GST_PAD_PROBE_TYPE_BUFFER, stampArrival,
+            rtcgst::giveToC(std::make_unique<std::shared_ptr<EchoPath>>(io->echoPath_)),
+            rtcgst::destroyFromC<std::shared_ptr<EchoPath>>);
     } else {
         gst_element_link(source, sink);
     }
@@ -211,6 +344,11 @@ std::shared_ptr<RTCGstAudioIO> RTCGstAudioIO::start(const RTCGstMicrophonePlan& 
         g_object_set(dsp, "probe", GST_OBJECT_NAME(probe), nullptr);
         io->dsp_.reset(GST_ELEMENT(gst_object_ref(dsp)));
         io->probe_.reset(GST_ELEMENT(gst_object_ref(probe)));
+        rtcgst::Owned<GstPad> heard(gst_element_get_static_pad(dsp, "sink"));
+        gst_pad_add_probe(
+            heard.get(), GST_PAD_PROBE_TYPE_BUFFER, listenToMicrophone,
+            rtcgst::giveToC(std::make_unique<std::shared_ptr<EchoPath>>(io->echoPath_)),
+            rtcgst::destroyFromC<std::shared_ptr<EchoPath>>);
     }
     io->gated_.reset(GST_ELEMENT(gst_object_ref(dsp)));
     rtcgst::Owned<GstPad> gatePad(gst_element_get_static_pad(dsp, "sink"));
@@ -279,11 +417,17 @@ void RTCGstAudioIO::tellProbe() {
     // latency, and an unsynchronised sink announces none (latency events that
     // do reach it carry zero). It is told again now and then, so that it always
     // has one.
-    if (played_++ % kProbeEvery != 0) {
-        return;
+    GstClockTime latency;
+    {
+        std::lock_guard lock(echoPath_->mutex);
+        if (played_++ % kProbeEvery != 0 && !echoPath_->latencyChanged) {
+            return;
+        }
+        echoPath_->latencyChanged = false;
+        latency = echoPath_->latency;
     }
     rtcgst::Owned<GstPad> pad(gst_element_get_static_pad(probe_.get(), "src"));
-    gst_pad_send_event(pad.get(), gst_event_new_latency(kProbeToSpeakerNs));
+    gst_pad_send_event(pad.get(), gst_event_new_latency(latency));
 }
 
 void RTCGstAudioIO::decideProcessing(bool on) {

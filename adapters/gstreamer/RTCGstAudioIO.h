@@ -4,9 +4,13 @@
 //
 // They run in a pipeline of their own, started whole on the system clock: the
 // canceller lines up what was played with what the microphone heard, and only
-// one clock for both, running from the start, keeps those together. The probe
-// stamps played sound as it passes and is told the steady time from there to
-// the loudspeaker (the sound server's playback buffer is kept small). Playback is not
+// one clock for both, running from the start, keeps those together. Played
+// sound is stamped as one unbroken stream from where it starts (the
+// loudspeaker plays it so, whatever the jitter of its arrival), and the time
+// from the probe to the loudspeaker the probe is told is measured in the call:
+// what the microphone hears is matched against what was played, every half
+// second (RTCGstEchoDelay.h), because the sound server's buffer fills
+// differently from call to call (10-30 ms on PulseAudio). Playback is not
 // synchronised to that clock: received sound is already paced by the
 // connection's jitter buffer and goes to the sound server as it comes (about
 // 90 ms from one microphone to the other side's loudspeaker).
@@ -60,11 +64,14 @@ class RTCGstAudioIO {
     /// Whether webrtcdsp and webrtcechoprobe are installed.
     static bool processingAvailable();
 
+    struct EchoPath;
+
   private:
     struct Stamps;
     struct Microphone;
     RTCGstAudioIO() = default;
-    /// Tells the echo probe the playback's latency, now and then. From play().
+    /// Tells the echo probe the playback's latency, now and then and when it
+    /// was measured anew. From play().
     void tellProbe();
 
     rtcgst::Owned<GstElement> pipeline_;
@@ -76,6 +83,7 @@ class RTCGstAudioIO {
     rtcgst::Owned<GstElement> gated_;  ///< where the microphone is held back
     std::shared_ptr<Microphone> microphone_;
     std::unique_ptr<Stamps> speakerStamps_;
+    std::shared_ptr<EchoPath> echoPath_;  ///< with the processor
     std::mutex mutex_;
     gulong gate_ = 0;
     bool decided_ = false;
