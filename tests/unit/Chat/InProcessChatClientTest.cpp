@@ -12,7 +12,6 @@
 
 namespace {
 
-/// alice and bob, both in channel "ab".
 velmorin::ChatServicePtr makeService() {
     auto service = velmorin::ChatService::create();
     for (const char* user : {"alice", "bob"}) {

