@@ -47,7 +47,6 @@ class RawClient {
   public:
     explicit RawClient(uint16_t port);
     ~RawClient();
-    bool isOpen() const;
     void send(const std::string& bytes, bool binary = false);
     /// The next frame, or nullopt after the deadline or on a closed connection.
     std::optional<nlohmann::json> readFrame();
