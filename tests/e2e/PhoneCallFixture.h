@@ -38,14 +38,11 @@ class PhoneCallTest : public ::testing::Test {
     std::string establishCall(PhoneProcess& caller, PhoneProcess& callee, bool audioOnly = false);
     /// Remote frames the phone has received so far (-1 without stats).
     long remoteFrames(PhoneProcess& phone);
-    /// Polls `done` until it holds; false after `seconds`.
     static bool eventually(double seconds, const std::function<bool()>& done);
-    /// Waits until the phone has received more than `frames` remote frames.
     bool framesGrowBeyond(PhoneProcess& phone, long frames, double seconds = kStep);
     /// The end of the call as this phone saw it: its own didSendEndCall or the
     /// other side's didReceiveEndCall, whichever came first (empty line on timeout).
     PhoneLine endHeard(PhoneProcess& phone, double seconds);
-    /// One side ends; the end is heard on both.
     void endCall(PhoneProcess& ender, PhoneProcess& other, const std::string& endType);
 
     LocalCallStack& stack() { return *stack_; }

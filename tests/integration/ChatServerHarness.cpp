@@ -83,10 +83,6 @@ RawClient::~RawClient() {
     beast::get_lowest_layer(impl_->ws).socket().close(ignored);
 }
 
-bool RawClient::isOpen() const {
-    return impl_->open;
-}
-
 void RawClient::send(const std::string& bytes, bool binary) {
     beast::error_code ec;
     impl_->ws.binary(binary);

@@ -28,7 +28,6 @@ inline constexpr auto kDeadline = std::chrono::seconds(10);
 inline constexpr const char* kChannel = "velmorin_group_channel_ab";
 inline constexpr const char* kTurnServer = "turn:127.0.0.1:34780";
 
-/// Polls `condition` until it holds or the deadline passes.
 bool waitUntil(const std::function<bool()>& condition,
                std::chrono::milliseconds deadline = kDeadline);
 
@@ -48,8 +47,6 @@ class RawClient {
   public:
     explicit RawClient(uint16_t port);
     ~RawClient();
-    bool isOpen() const;
-    /// One text frame, or a binary one.
     void send(const std::string& bytes, bool binary = false);
     /// The next frame, or nullopt after the deadline or on a closed connection.
     std::optional<nlohmann::json> readFrame();
@@ -107,10 +104,8 @@ std::pair<T, QXDErrorPtr> awaitCompletion(Start start) {
     return result.get();
 }
 
-/// Looks a channel up and waits for the completion.
 std::pair<QXDGroupChannelPtr, QXDErrorPtr> lookUp(QXDChatClient& client,
                                                   const std::string& channelUrl);
-/// Sends through `channel` and waits for the completion.
 std::pair<QXDUserMessagePtr, QXDErrorPtr> sendThrough(const QXDGroupChannelPtr& channel,
                                                       const std::string& data,
                                                       const std::string& text = "QX_VIDEOCHAT");

@@ -61,7 +61,6 @@ class FakeChatClient : public QXDChatClient, public std::enable_shared_from_this
     /// Identifiers of the channel delegates registered and still alive.
     std::vector<std::string> delegateIdentifiers() const;
 
-    // QXDChatClient
     QXDUserPtr getCurrentUser() const override { return lockedCopy(mutex_, currentUser_); }
     void getGroupChannel(const std::string& channelUrl, QXDGroupChannelHandler handler) override;
     void addChannelDelegate(const QXDChannelDelegatePtr& delegate,

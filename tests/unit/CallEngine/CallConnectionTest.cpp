@@ -3,7 +3,6 @@
 
 namespace {
 
-/// The delegate's counts as {opens, drops, reopens}.
 std::vector<int> counts(const RecordingCallDelegate& d) {
     return {d.opens, d.drops, d.reopens};
 }

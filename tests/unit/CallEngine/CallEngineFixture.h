@@ -127,7 +127,6 @@ class CallEngineTest : public LibraryTest {
         return call;
     }
 
-    /// Accepts `call` with ready views and completes the whole negotiation.
     std::shared_ptr<FakeRTCPeerConnection> acceptAndNegotiate(const QXVCCallPtr& call,
                                                               QXVCCallOptionsPtr opts = nullptr) {
         call->viewIsReady();

@@ -77,18 +77,20 @@ TEST_F(CallEngineTest, OpeningRoutesAudioByCallKindAndAnnouncedFlagThenTellsTheA
     }
 }
 
-TEST_F(CallEngineTest, VideoSizeReachesTheOneVideoViewDelegateThroughTheCall) {
+TEST_F(CallEngineTest, VideoSizeReachesTheOneWeakVideoViewDelegateThroughTheCall) {
     auto call = incomingCall();
     // The video size goes to the one video-view delegate, and nowhere without one.
     auto view = QXVCRemoteVideoView::create();
     QXVCMain::sharedInstance()->getDelegate()->remoteVideoView(view, {640, 480});
     EXPECT_EQ(queue->runUntilIdle(), 0u);
     std::vector<CGSize> sizes;
+    auto replaced = std::make_shared<QXVCVideoViewDelegate>();
     auto viewDelegate = std::make_shared<QXVCVideoViewDelegate>();
     viewDelegate->remoteVideoView = [&](const std::shared_ptr<QXVCRemoteVideoView>& v, CGSize s) {
         EXPECT_EQ(v, view);
         sizes.push_back(s);
     };
+    QXVCMain::setVideoViewDelegate(replaced);
     QXVCMain::setVideoViewDelegate(viewDelegate);
     // Through the call: the remote view reports a new size to the call.
     auto options = QXVCCallOptions::initWithChannelUrl(kChannel);
@@ -96,6 +98,13 @@ TEST_F(CallEngineTest, VideoSizeReachesTheOneVideoViewDelegateThroughTheCall) {
     call->setOptions(options);
     call->viewIsReady();
     view->setSize({1280, 720});
+    EXPECT_TRUE(sizes.empty());  // never inline
     queue->runUntilIdle();
     EXPECT_EQ(sizes, (std::vector<CGSize>{{1280, 720}}));
+
+    QXVCMain::removeVideoViewDelegate();
+    EXPECT_EQ(QXVCMain::getVideoViewDelegate(), nullptr);
+    QXVCMain::setVideoViewDelegate(viewDelegate);
+    viewDelegate.reset();  // weak: gone with the application's reference
+    EXPECT_EQ(QXVCMain::getVideoViewDelegate(), nullptr);
 }

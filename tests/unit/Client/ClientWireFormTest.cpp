@@ -17,7 +17,6 @@ constexpr const char* kCallId = "6f1c2b1e-3d2a-4c7e-9a55-0d1e2f3a4b5c";
 
 using Codes = std::vector<long>;
 
-/// A handler that appends the code of each error it is given (0 for none) to `codes`.
 QXDUserMessageHandler recordInto(Codes& codes) {
     return [&codes](QXDUserMessagePtr, QXDErrorPtr e) { codes.push_back(e ? e->code() : 0); };
 }

@@ -8,7 +8,6 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-/// A delegate that records the events it hears into `log` under its own name.
 QXVCVideoChatDelegatePtr recorder(Strings& log, const std::string& name) {
     auto delegate = std::make_shared<QXVCVideoChatDelegate>();
     delegate->didOpenCall = [&log, name](const QXVCCallPtr&) { log.push_back(name + ":open"); };
@@ -94,31 +93,6 @@ TEST_F(CoordinatorTest, CompletionBlocksNeverRunInline) {
     QXVCMain::performCompletionHandlerDelegateQueueBlock([&] { order.push_back(4); });
     queue->runUntilIdle();
     EXPECT_EQ(order.back(), 4);
-}
-
-TEST_F(CoordinatorTest, VideoViewDelegateIsSingleAndWeak) {
-    EXPECT_EQ(QXVCMain::getVideoViewDelegate(), nullptr);
-    std::vector<CGSize> sizes;
-    auto first = std::make_shared<QXVCVideoViewDelegate>();
-    auto second = std::make_shared<QXVCVideoViewDelegate>();
-    second->remoteVideoView = [&](const std::shared_ptr<QXVCRemoteVideoView>&, CGSize size) {
-        sizes.push_back(size);
-    };
-    QXVCMain::setVideoViewDelegate(first);
-    QXVCMain::setVideoViewDelegate(second);
-    EXPECT_EQ(QXVCMain::getVideoViewDelegate(), second);
-
-    qxvc::notifyVideoViewDelegate(&QXVCVideoViewDelegate::remoteVideoView,
-                                  std::shared_ptr<QXVCRemoteVideoView>(), CGSize{640, 480});
-    EXPECT_TRUE(sizes.empty());
-    queue->runUntilIdle();
-    EXPECT_EQ(sizes, (std::vector<CGSize>{{640, 480}}));
-
-    QXVCMain::removeVideoViewDelegate();
-    EXPECT_EQ(QXVCMain::getVideoViewDelegate(), nullptr);
-    QXVCMain::setVideoViewDelegate(second);
-    second.reset();  // weak: gone with the application's reference
-    EXPECT_EQ(QXVCMain::getVideoViewDelegate(), nullptr);
 }
 
 TEST_F(CoordinatorTest, TableStaysConsistentUnderConcurrentUse) {

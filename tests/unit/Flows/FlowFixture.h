@@ -99,7 +99,6 @@ class FlowTest : public LibraryTest {
         return result.error ? nullptr : result.value;
     }
 
-    /// Bob (or `from`) starts a call; returns its call id.
     std::string startFrom(const std::string& from = "bob", const std::string& channel = kPrivate,
                           bool audioOnly = false) {
         auto stored = send(from, channel, "STCA",
