@@ -68,22 +68,18 @@ gboolean addEntry(GQuark, const GValue* value, gpointer data) {
     }
     // With one bundled transport webrtcbin 1.22 labels every stream with the
     // same kind and codec; the RTP clock rate of the stream's source tells
-    // them apart (90 kHz video, 48 kHz Opus).
+    // them apart (90 kHz video, 48 kHz Opus). A stream whose source has no
+    // clock rate yet (its first moments) is left out rather than counted by
+    // that label: the first video bytes were reported as audio.
     gint clockRate = 0;
     const GValue* source = gst_structure_get_value(entry, "gst-rtpsource-stats");
     if (source && GST_VALUE_HOLDS_STRUCTURE(source)) {
         gst_structure_get_int(gst_value_get_structure(source), "clock-rate", &clockRate);
     }
-    const gchar* kind = gst_structure_get_string(entry, "kind");
-    bool video = false;
-    if (clockRate > 0) {
-        video = clockRate == 90000;
-    } else if (kind) {
-        video = g_str_equal(kind, "video");
-    } else {
+    if (clockRate <= 0) {
         return TRUE;
     }
-    auto& counters = video ? report->video : report->audio;
+    auto& counters = clockRate == 90000 ? report->video : report->audio;
     if (type == GST_WEBRTC_STATS_INBOUND_RTP) {
         counters.bytesReceived += counter(entry, "bytes-received");
         counters.packetsReceived += counter(entry, "packets-received");
