@@ -30,17 +30,7 @@ RTCConfigurationPtr relayConfiguration(const GStreamerCallOptions& options) {
     return configuration;
 }
 
-RTCMediaConstraintsPtr receiveBoth() {
-    return RTCMediaConstraints::initWithMandatoryConstraints(
-        RTCConstraintsMap{{"OfferToReceiveAudio", "true"}, {"OfferToReceiveVideo", "true"}},
-        std::nullopt);
-}
-
 }  // namespace
-
-void GStreamerCountingRenderer::setSize(CGSize size) {
-    lockedSet(mutex_, size_, size);
-}
 
 void GStreamerCountingRenderer::renderFrame(const RTCVideoFramePtr& frame) {
     {
@@ -200,8 +190,10 @@ RTCSessionDescriptionPtr GStreamerDescribe(RTCGstPeerConnection& pc, bool offer,
     auto handler = [made](RTCSessionDescriptionPtr sdp, QXDErrorPtr failure) {
         made->set_value({sdp, failure});
     };
-    offer ? pc.offerForConstraints(receiveBoth(), handler)
-          : pc.answerForConstraints(receiveBoth(), handler);
+    auto both = RTCMediaConstraints::initWithMandatoryConstraints(
+        RTCConstraintsMap{{"OfferToReceiveAudio", "true"}, {"OfferToReceiveVideo", "true"}},
+        std::nullopt);
+    offer ? pc.offerForConstraints(both, handler) : pc.answerForConstraints(both, handler);
     const char* what = offer ? "offer" : "answer";
     auto future = made->get_future();
     if (future.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
@@ -215,19 +207,13 @@ RTCSessionDescriptionPtr GStreamerDescribe(RTCGstPeerConnection& pc, bool offer,
     return sdp;
 }
 
-GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platform,
-                                   const GStreamerCallOptions& options) {
-    return start(platform, platform, options);
-}
-
 GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platformA,
-                                   const std::shared_ptr<RTCGstPlatform>& platformB,
-                                   const GStreamerCallOptions& options) {
+                                   const GStreamerCallOptions& options,
+                                   std::shared_ptr<RTCGstPlatform> platformB) {
     GStreamerCall call;
     call.a = GStreamerMakePeer(platformA, options, "a", AVCaptureDevicePositionFront);
-    call.b = GStreamerMakePeer(
-        platformB, options, "b",
-        platformA == platformB ? AVCaptureDevicePositionBack : AVCaptureDevicePositionFront);
+    call.b = platformB ? GStreamerMakePeer(platformB, options, "b", AVCaptureDevicePositionFront)
+                       : GStreamerMakePeer(platformA, options, "b", AVCaptureDevicePositionBack);
     if (!call.a || !call.b) {
         call.error = "peer connection not created";
         return call;

@@ -19,7 +19,7 @@
 /// Counts frames and remembers the last size it was told.
 class GStreamerCountingRenderer final : public RTCVideoRenderer {
   public:
-    void setSize(CGSize size) override;
+    void setSize(CGSize size) override { lockedSet(mutex_, size_, size); }
     void renderFrame(const RTCVideoFramePtr& frame) override;
     uint64_t frames() const { return frames_.load(); }
     CGSize size() const { return lockedCopy(mutex_, size_); }
@@ -61,12 +61,11 @@ class GStreamerPeer final : public RTCPeerConnectionDelegate,
     void peerConnectionDidChangeConnectionState(const RTCPeerConnectionPtr&,
                                                 RTCPeerConnectionState state) override;
 
-    /// Waits (real time, `seconds` at most) until `predicate` holds; true if it did.
+    /// Waits (real time, `seconds` at most) until `predicate` holds.
     bool waitFor(double seconds, const std::function<bool()>& predicate);
     bool waitForIce(RTCIceConnectionState state, double seconds);
     bool waitForConnection(RTCPeerConnectionState state, double seconds);
     std::vector<RTCIceConnectionState> iceStates() const { return lockedCopy(mutex_, ice_); }
-    /// Whether the ICE state was ever `state`.
     bool sawIce(RTCIceConnectionState state) const;
     std::vector<RTCPeerConnectionState> connectionStates() const {
         return lockedCopy(mutex_, connection_);
@@ -78,8 +77,7 @@ class GStreamerPeer final : public RTCPeerConnectionDelegate,
     }
     /// Where local candidates go (the other peer); until set they are kept.
     void setCandidateSink(std::function<void(const RTCIceCandidatePtr&)> sink);
-    /// Stops the capture and closes the peer connection.
-    void close();
+    void close();  ///< stops the capture and closes the peer connection
 
     std::shared_ptr<RTCGstPeerConnection> pc;
     RTCVideoSourcePtr videoSource;
@@ -118,15 +116,12 @@ struct GStreamerCall {
     /// Just before the offer was asked for.
     std::chrono::steady_clock::time_point offerRequestedAt;
 
-    /// Makes both peers with audio and video, runs offer/answer and trades
-    /// candidates. Returns once both descriptions are applied (connection
-    /// continues in the background).
-    static GStreamerCall start(const std::shared_ptr<RTCGstPlatform>& platform,
-                               const GStreamerCallOptions& options);
-    /// As above, each side on an engine of its own (media options per side).
+    /// Makes both peers with audio and video (b on an engine of its own when
+    /// `platformB` is given), runs offer/answer and trades candidates. Returns
+    /// once both descriptions are applied (connection continues in the background).
     static GStreamerCall start(const std::shared_ptr<RTCGstPlatform>& platformA,
-                               const std::shared_ptr<RTCGstPlatform>& platformB,
-                               const GStreamerCallOptions& options);
+                               const GStreamerCallOptions& options,
+                               std::shared_ptr<RTCGstPlatform> platformB = nullptr);
     void close();
 };
 

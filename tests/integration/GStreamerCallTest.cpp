@@ -6,7 +6,7 @@ namespace {
 
 using GStreamerCallTest = GStreamerTurnTest;
 
-TEST_F(GStreamerCallTest, RelayOnlyCallCarriesVideoAndAudioBothWays) {
+TEST_F(GStreamerCallTest, RelayOnlyCallCarriesVideoAndAudioBothWaysAndCloseReleasesTheRelays) {
     call_ = GStreamerCall::start(platform_, callOptions());
     ASSERT_TRUE(call_.error.empty()) << call_.error;
     for (auto& peer : {call_.a, call_.b}) {
@@ -18,9 +18,9 @@ TEST_F(GStreamerCallTest, RelayOnlyCallCarriesVideoAndAudioBothWays) {
         EXPECT_EQ(peer->remoteRenderer->size(), (CGSize{640, 480})) << peer->name;
         // ICE is Connected before anything else after checking.
         auto states = peer->iceStates();
-        ASSERT_GE(states.size(), 2u);
-        EXPECT_EQ(states[0], RTCIceConnectionStateChecking);
-        EXPECT_EQ(states[1], RTCIceConnectionStateConnected);
+        states.resize(std::min<size_t>(states.size(), 2));
+        EXPECT_EQ(states,
+                  (std::vector{RTCIceConnectionStateChecking, RTCIceConnectionStateConnected}));
     }
     // Only relay candidates surface, without the address they were allocated from.
     for (auto& peer : {call_.a, call_.b}) {
@@ -33,14 +33,7 @@ TEST_F(GStreamerCallTest, RelayOnlyCallCarriesVideoAndAudioBothWays) {
         EXPECT_EQ(peer->pc->localDescription()->sdp().find("typ host"), std::string::npos);
         EXPECT_EQ(peer->pc->localDescription()->sdp().find("typ srflx"), std::string::npos);
     }
-}
 
-TEST_F(GStreamerCallTest, CloseReleasesTheTurnAllocations) {
-    call_ = GStreamerCall::start(platform_, callOptions("carol"));
-    ASSERT_TRUE(call_.error.empty()) << call_.error;
-    for (auto& peer : {call_.a, call_.b}) {
-        ASSERT_TRUE(peer->waitForConnection(RTCPeerConnectionStateConnected, 30)) << peer->name;
-    }
     call_.close();
     EXPECT_EQ(call_.a->pc->connectionState(), RTCPeerConnectionStateClosed);
     EXPECT_EQ(call_.a->pc->iceConnectionState(), RTCIceConnectionStateClosed);
