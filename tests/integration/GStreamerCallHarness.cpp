@@ -43,15 +43,12 @@ void GStreamerCountingRenderer::renderFrame(const RTCVideoFramePtr& frame) {
     frames_.fetch_add(1);
 }
 
-void GStreamerPeer::peerConnectionDidChangeIceConnectionState(const RTCPeerConnectionPtr&,
-                                                              RTCIceConnectionState state) {
-    std::lock_guard lock(mutex_);
-    ice_.push_back(state);
+void GStreamerPeer::peerConnectionDidChangeIceConnectionState(PC, RTCIceConnectionState state) {
+    lockedAppend(mutex_, ice_, state);
     cv_.notify_all();
 }
 
-void GStreamerPeer::peerConnectionDidChangeConnectionState(const RTCPeerConnectionPtr&,
-                                                           RTCPeerConnectionState state) {
+void GStreamerPeer::peerConnectionDidChangeConnectionState(PC, RTCPeerConnectionState state) {
     std::lock_guard lock(mutex_);
     connection_.push_back(state);
     if (state == RTCPeerConnectionStateConnected &&
@@ -61,8 +58,7 @@ void GStreamerPeer::peerConnectionDidChangeConnectionState(const RTCPeerConnecti
     cv_.notify_all();
 }
 
-void GStreamerPeer::peerConnectionDidGenerateIceCandidate(const RTCPeerConnectionPtr&,
-                                                          const RTCIceCandidatePtr& candidate) {
+void GStreamerPeer::peerConnectionDidGenerateIceCandidate(PC, const RTCIceCandidatePtr& candidate) {
     std::function<void(const RTCIceCandidatePtr&)> sink;
     {
         std::lock_guard lock(mutex_);

@@ -41,25 +41,18 @@ class GStreamerCountingRenderer final : public RTCVideoRenderer {
 class GStreamerPeer final : public RTCPeerConnectionDelegate,
                             public std::enable_shared_from_this<GStreamerPeer> {
   public:
-    void peerConnectionDidChangeSignalingState(const RTCPeerConnectionPtr&,
-                                               RTCSignalingState) override {}
-    void peerConnectionDidAddStream(const RTCPeerConnectionPtr&,
-                                    const RTCMediaStreamPtr&) override {}
-    void peerConnectionDidRemoveStream(const RTCPeerConnectionPtr&,
-                                       const RTCMediaStreamPtr&) override {}
-    void peerConnectionShouldNegotiate(const RTCPeerConnectionPtr&) override {}
-    void peerConnectionDidChangeIceConnectionState(const RTCPeerConnectionPtr&,
-                                                   RTCIceConnectionState state) override;
-    void peerConnectionDidChangeIceGatheringState(const RTCPeerConnectionPtr&,
-                                                  RTCIceGatheringState) override {}
-    void peerConnectionDidGenerateIceCandidate(const RTCPeerConnectionPtr&,
-                                               const RTCIceCandidatePtr& candidate) override;
-    void peerConnectionDidRemoveIceCandidates(const RTCPeerConnectionPtr&,
-                                              const std::vector<RTCIceCandidatePtr>&) override {}
-    void peerConnectionDidOpenDataChannel(const RTCPeerConnectionPtr&,
-                                          const RTCDataChannelPtr&) override {}
-    void peerConnectionDidChangeConnectionState(const RTCPeerConnectionPtr&,
-                                                RTCPeerConnectionState state) override;
+    using PC = const RTCPeerConnectionPtr&;
+    void peerConnectionDidChangeSignalingState(PC, RTCSignalingState) override {}
+    void peerConnectionDidAddStream(PC, const RTCMediaStreamPtr&) override {}
+    void peerConnectionDidRemoveStream(PC, const RTCMediaStreamPtr&) override {}
+    void peerConnectionShouldNegotiate(PC) override {}
+    void peerConnectionDidChangeIceConnectionState(PC, RTCIceConnectionState state) override;
+    void peerConnectionDidChangeIceGatheringState(PC, RTCIceGatheringState) override {}
+    void peerConnectionDidGenerateIceCandidate(PC, const RTCIceCandidatePtr& candidate) override;
+    void peerConnectionDidRemoveIceCandidates(PC, const std::vector<RTCIceCandidatePtr>&) override {
+    }
+    void peerConnectionDidOpenDataChannel(PC, const RTCDataChannelPtr&) override {}
+    void peerConnectionDidChangeConnectionState(PC, RTCPeerConnectionState state) override;
 
     /// Waits (real time, `seconds` at most) until `predicate` holds.
     bool waitFor(double seconds, const std::function<bool()>& predicate);

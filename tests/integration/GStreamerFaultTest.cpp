@@ -109,10 +109,9 @@ TEST_F(GStreamerFaultTest, KilledTurnServerDisconnectsThenFails) {
     for (auto& peer : {call_.a, call_.b}) {
         EXPECT_TRUE(peer->waitForIce(RTCIceConnectionStateFailed, 40)) << peer->name;
         auto states = peer->iceStates();
-        auto disconnected =
-            std::find(states.begin(), states.end(), RTCIceConnectionStateDisconnected);
-        auto failed = std::find(states.begin(), states.end(), RTCIceConnectionStateFailed);
-        EXPECT_TRUE(disconnected < failed) << peer->name << ": Disconnected comes first";
+        auto first = [&](auto state) { return std::find(states.begin(), states.end(), state); };
+        EXPECT_TRUE(first(RTCIceConnectionStateDisconnected) < first(RTCIceConnectionStateFailed))
+            << peer->name << ": Disconnected comes first";
         EXPECT_TRUE(peer->waitForConnection(RTCPeerConnectionStateFailed, 5)) << peer->name;
     }
 }

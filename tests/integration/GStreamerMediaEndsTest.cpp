@@ -13,33 +13,29 @@
 #include <tuple>
 
 #include "AudioAnalysis.h"
-#include "GStreamerCallHarness.h"
+#include "GStreamerTurnTest.h"
 #include "RTCGstCameraDevices.h"
 #include "RTCGstFrameTag.h"
-#include "support/TurnServerFixture.h"
 
 namespace {
 
-class GStreamerMediaEndsTest : public ::testing::Test {
+class GStreamerMediaEndsTest : public GStreamerTurnTest {
   protected:
     void SetUp() override {
-        ASSERT_TRUE(turn_.start()) << turn_.error();
+        ASSERT_NO_FATAL_FAILURE(GStreamerTurnTest::SetUp());
         char folder[] = "/tmp/velmorin-media.XXXXXX";
         ASSERT_NE(mkdtemp(folder), nullptr);
         dir_ = folder;
     }
     void TearDown() override {
-        call_.close();
-        RTCPlatform::install(nullptr);
+        GStreamerTurnTest::TearDown();
         if (!HasFailure()) {
             std::filesystem::remove_all(dir_);
         }
     }
     static bool run(const std::string& command) { return std::system(command.c_str()) == 0; }
 
-    TurnServerFixture turn_;
     std::string dir_;
-    GStreamerCall call_;
     std::atomic<bool> microphoneNamed_{false};
 };
 
@@ -54,13 +50,11 @@ TEST_F(GStreamerMediaEndsTest, FilesStandInForDevicesAndMissingDevicesAreReporte
             "! filesink location=" +
             movie));
 
-    RTCGstPlatform::Options alice;
-    alice.includeV4L2Cameras = false;
+    auto alice = options();
     alice.media.microphone = speech;
     alice.media.voiceProcessing = false;  // the file as it is, for the comparison
     alice.media.cameraLabel = "alice";
-    RTCGstPlatform::Options bob;
-    bob.includeV4L2Cameras = false;
+    auto bob = options();
     bob.media.microphone = "no-such-microphone";
     bob.media.frontCamera = movie;
     bob.media.recordAudioPath = received;
@@ -73,8 +67,7 @@ TEST_F(GStreamerMediaEndsTest, FilesStandInForDevicesAndMissingDevicesAreReporte
     ASSERT_TRUE(a && b);
     RTCPlatform::install(a);
     a->audioSession()->setActive(true);  // the microphone is not muted
-    const auto erin = turn_.credentialsForUser("erin");
-    call_ = GStreamerCall::start(a, {turn_.url(), erin.username, erin.password}, b);
+    call_ = GStreamerCall::start(a, callOptions("erin"), b);
     ASSERT_TRUE(call_.error.empty()) << call_.error;
 
     // Bob sees alice's test camera, which says so in every picture.
