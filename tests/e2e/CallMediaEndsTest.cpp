@@ -3,7 +3,6 @@
 // silence, echo cancellation removes what the speaker plays back into the
 // microphone, and the window shows the other side's picture.
 #include <cstdio>
-#include <thread>
 
 #include "PhoneCallFixture.h"
 #include "RTCGstFrameTag.h"

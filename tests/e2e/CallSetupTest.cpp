@@ -14,6 +14,23 @@ bool ring(PhoneProcess& alice, PhoneProcess& bob) {
 
 }  // namespace
 
+class OneCallTest : public PhoneCallTest {
+  protected:
+    /// One call opens on both phones, with one caller, and ends.
+    void expectOneCall(PhoneProcess& alice, PhoneProcess& bob) {
+        expectRelayCandidates_ = true;
+        auto aliceOpen = expectEvent(alice, "didOpenCall");
+        auto bobOpen = expectEvent(bob, "didOpenCall");
+        ASSERT_TRUE(aliceOpen && bobOpen);
+        EXPECT_EQ(aliceOpen->field("call"), bobOpen->field("call"));
+        EXPECT_NE(aliceOpen->field("role"), bobOpen->field("role"));
+        expectEvent(alice, "firstRemoteFrame");
+        expectEvent(bob, "firstRemoteFrame");
+        endCall(alice, bob, "end");
+        EXPECT_EQ(alice.events("didOpenCall").size() + bob.events("didOpenCall").size(), 2u);
+    }
+};
+
 TEST_F(PhoneCallTest, DeclinedCancelledAndUnansweredCallsEndOnBothSides) {
     auto& alice = phone("alice", {"--start-call-timeout", "30"});
     auto& bob = phone("bob");
@@ -31,7 +48,7 @@ TEST_F(PhoneCallTest, DeclinedCancelledAndUnansweredCallsEndOnBothSides) {
     EXPECT_TRUE(alice.events("didOpenCall").empty() && bob.events("didOpenCall").empty());
 }
 
-TEST_F(PhoneCallTest, OfflineCalleeTakesThePushPayloadAndAccepts) {
+TEST_F(OneCallTest, OfflineCalleeTakesThePushPayloadAndAccepts) {
     auto& alice = phone("alice");
     alice.send("call video");
     auto sent = expectEvent(alice, "didSendStartCall");
@@ -46,14 +63,7 @@ TEST_F(PhoneCallTest, OfflineCalleeTakesThePushPayloadAndAccepts) {
     EXPECT_TRUE(built->field("source") == "login" || built->field("source") == "live")
         << built->text;
     expectEvent(bob, "acceptCompleted", kStep, fieldIs("error", "0"));
-    expectRelayCandidates_ = true;
-    auto aliceOpen = expectEvent(alice, "didOpenCall");
-    auto bobOpen = expectEvent(bob, "didOpenCall");
-    ASSERT_TRUE(aliceOpen && bobOpen);
-    EXPECT_EQ(bobOpen->field("call"), sent->field("call"));
-    expectEvent(alice, "firstRemoteFrame");
-    expectEvent(bob, "firstRemoteFrame");
-    endCall(bob, alice, "end");
+    expectOneCall(alice, bob);
 }
 
 TEST_F(PhoneCallTest, OfflineCalleeHandsThePushPayloadToTheLibraryAndAccepts) {
@@ -73,28 +83,7 @@ TEST_F(PhoneCallTest, OfflineCalleeHandsThePushPayloadToTheLibraryAndAccepts) {
     endCall(alice, bob, "end");
 }
 
-class SimultaneousStartTest : public PhoneCallTest {
-  protected:
-    /// Both phones placed a call to each other; one call opens, with one caller.
-    void expectOneCall(PhoneProcess& alice, PhoneProcess& bob);
-};
-
-void SimultaneousStartTest::expectOneCall(PhoneProcess& alice, PhoneProcess& bob) {
-    expectRelayCandidates_ = true;
-    auto aliceOpen = expectEvent(alice, "didOpenCall");
-    auto bobOpen = expectEvent(bob, "didOpenCall");
-    ASSERT_TRUE(aliceOpen && bobOpen);
-    EXPECT_EQ(aliceOpen->field("call"), bobOpen->field("call"));
-    EXPECT_NE(aliceOpen->field("role"), bobOpen->field("role"));
-    expectEvent(alice, "firstRemoteFrame");
-    expectEvent(bob, "firstRemoteFrame");
-    endCall(alice, bob, "end");
-    // No second call opened on either side.
-    EXPECT_EQ(alice.events("didOpenCall").size(), 1u);
-    EXPECT_EQ(bob.events("didOpenCall").size(), 1u);
-}
-
-TEST_F(SimultaneousStartTest, StartsAtOnceBecomeOneCall) {
+TEST_F(OneCallTest, StartsAtOnceBecomeOneCall) {
     auto& alice = phone("alice", {"--auto-accept-simultaneous"});
     auto& bob = phone("bob", {"--auto-accept-simultaneous"});
     alice.send("call video");
@@ -104,7 +93,7 @@ TEST_F(SimultaneousStartTest, StartsAtOnceBecomeOneCall) {
 
 // Bob presses "call" after alice's call has rung on his phone (past the
 // library's pairing window): his phone pairs the refusal with her call.
-TEST_F(SimultaneousStartTest, AStartAfterTheOtherRangStillBecomesOneCall) {
+TEST_F(OneCallTest, AStartAfterTheOtherRangStillBecomesOneCall) {
     auto& alice = phone("alice", {"--auto-accept-simultaneous"});
     auto& bob = phone("bob", {"--auto-accept-simultaneous"});
     ASSERT_TRUE(ring(alice, bob));

@@ -62,22 +62,14 @@ void PhoneCallTest::TearDown() {
     stack_.reset();
 }
 
-PhoneProcess& PhoneCallTest::phone(const std::string& user, const std::vector<std::string>& args) {
+PhoneProcess& PhoneCallTest::phone(const std::string& user, const std::vector<std::string>& args,
+                                   bool loggedIn) {
     std::string error;
-    auto started = stack_->startPhone(user, args, error);
+    auto started = stack_->startPhone(user, args, error, loggedIn);
     if (!started) {
         ADD_FAILURE() << error;
         started = stack_->startPhone(user, args, error, false);
     }
-    phones_.push_back(std::move(started));
-    return *phones_.back();
-}
-
-PhoneProcess& PhoneCallTest::launchPhone(const std::string& user,
-                                         const std::vector<std::string>& args) {
-    std::string error;
-    auto started = stack_->startPhone(user, args, error, false);
-    EXPECT_NE(started, nullptr) << error;
     phones_.push_back(std::move(started));
     return *phones_.back();
 }

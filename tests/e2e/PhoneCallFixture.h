@@ -21,10 +21,10 @@ class PhoneCallTest : public ::testing::Test {
     void SetUp() override;
     void TearDown() override;
 
-    /// A logged-in phone (fails the test when it cannot start).
-    PhoneProcess& phone(const std::string& user, const std::vector<std::string>& args = {});
-    /// A phone started without waiting for its login.
-    PhoneProcess& launchPhone(const std::string& user, const std::vector<std::string>& args = {});
+    /// A logged-in phone, or one started without waiting for its login (fails the
+    /// test when it cannot start).
+    PhoneProcess& phone(const std::string& user, const std::vector<std::string>& args = {},
+                        bool loggedIn = true);
 
     /// The event, or a test failure naming what was missing.
     std::optional<PhoneLine> expectEvent(PhoneProcess& phone, const std::string& name,

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
+#include <set>
 
 #include "ChatServerHarness.h"
 #include "GStreamerTurnTest.h"
@@ -42,13 +43,13 @@ std::vector<QXVCCallMessagePtr> callMessages(const chatserver_test::RecordingDel
 }
 
 struct AppEvents {
-    void add(const char* name) { lockedAppend(mutex, names, name); }
-    bool has(const std::string& name) {
-        const auto all = lockedCopy(mutex, names);
-        return std::find(all.begin(), all.end(), name) != all.end();
+    void add(const char* name) {
+        std::lock_guard lock(mutex);
+        names.insert(name);
     }
+    bool has(const std::string& name) { return lockedCopy(mutex, names).count(name) > 0; }
     std::mutex mutex;
-    std::vector<std::string> names;
+    std::set<std::string> names;
 };
 
 /// A completion handler that notes whether it ran without an error; it may
@@ -120,9 +121,9 @@ class CallEngineIntegrationTest : public GStreamerTurnTest {
         return found;
     }
 
-    /// Bob sends a start through the service; its echo carries the call id
-    /// and the TURN credentials of both sides.
-    void bobStartsACall() {
+    /// Bob sends a start through the service (its echo carries the call id and
+    /// the TURN credentials of both sides); alice accepts it.
+    void bobCallsAndAliceAccepts() {
         nlohmann::json body = {{"type", "start"},
                                {"videochat_protocol_ver", 1},
                                {"is_audio_call", false},
@@ -136,10 +137,6 @@ class CallEngineIntegrationTest : public GStreamerTurnTest {
             QXVCMessageParser::parseUserMessage(echo));
         ASSERT_TRUE(start_ && start_->callId());
         callId_ = *start_->callId();
-    }
-
-    void bobCallsAndAliceAccepts() {
-        ASSERT_NO_FATAL_FAILURE(bobStartsACall());
         ASSERT_TRUE(heard("didReceiveStartCall"));
         call_ = QXVCMain::getCallWithCallId(callId_);
         ASSERT_TRUE(call_);

@@ -30,17 +30,7 @@ RTCConfigurationPtr relayConfiguration(const GStreamerCallOptions& options) {
     return configuration;
 }
 
-RTCMediaConstraintsPtr receiveBoth() {
-    return RTCMediaConstraints::initWithMandatoryConstraints(
-        RTCConstraintsMap{{"OfferToReceiveAudio", "true"}, {"OfferToReceiveVideo", "true"}},
-        std::nullopt);
-}
-
 }  // namespace
-
-void GStreamerCountingRenderer::setSize(CGSize size) {
-    lockedSet(mutex_, size_, size);
-}
 
 void GStreamerCountingRenderer::renderFrame(const RTCVideoFramePtr& frame) {
     {
@@ -53,15 +43,12 @@ void GStreamerCountingRenderer::renderFrame(const RTCVideoFramePtr& frame) {
     frames_.fetch_add(1);
 }
 
-void GStreamerPeer::peerConnectionDidChangeIceConnectionState(const RTCPeerConnectionPtr&,
-                                                              RTCIceConnectionState state) {
-    std::lock_guard lock(mutex_);
-    ice_.push_back(state);
+void GStreamerPeer::peerConnectionDidChangeIceConnectionState(PC, RTCIceConnectionState state) {
+    lockedAppend(mutex_, ice_, state);
     cv_.notify_all();
 }
 
-void GStreamerPeer::peerConnectionDidChangeConnectionState(const RTCPeerConnectionPtr&,
-                                                           RTCPeerConnectionState state) {
+void GStreamerPeer::peerConnectionDidChangeConnectionState(PC, RTCPeerConnectionState state) {
     std::lock_guard lock(mutex_);
     connection_.push_back(state);
     if (state == RTCPeerConnectionStateConnected &&
@@ -71,8 +58,7 @@ void GStreamerPeer::peerConnectionDidChangeConnectionState(const RTCPeerConnecti
     cv_.notify_all();
 }
 
-void GStreamerPeer::peerConnectionDidGenerateIceCandidate(const RTCPeerConnectionPtr&,
-                                                          const RTCIceCandidatePtr& candidate) {
+void GStreamerPeer::peerConnectionDidGenerateIceCandidate(PC, const RTCIceCandidatePtr& candidate) {
     std::function<void(const RTCIceCandidatePtr&)> sink;
     {
         std::lock_guard lock(mutex_);
@@ -200,8 +186,10 @@ RTCSessionDescriptionPtr GStreamerDescribe(RTCGstPeerConnection& pc, bool offer,
     auto handler = [made](RTCSessionDescriptionPtr sdp, QXDErrorPtr failure) {
         made->set_value({sdp, failure});
     };
-    offer ? pc.offerForConstraints(receiveBoth(), handler)
-          : pc.answerForConstraints(receiveBoth(), handler);
+    auto both = RTCMediaConstraints::initWithMandatoryConstraints(
+        RTCConstraintsMap{{"OfferToReceiveAudio", "true"}, {"OfferToReceiveVideo", "true"}},
+        std::nullopt);
+    offer ? pc.offerForConstraints(both, handler) : pc.answerForConstraints(both, handler);
     const char* what = offer ? "offer" : "answer";
     auto future = made->get_future();
     if (future.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
@@ -215,19 +203,13 @@ RTCSessionDescriptionPtr GStreamerDescribe(RTCGstPeerConnection& pc, bool offer,
     return sdp;
 }
 
-GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platform,
-                                   const GStreamerCallOptions& options) {
-    return start(platform, platform, options);
-}
-
 GStreamerCall GStreamerCall::start(const std::shared_ptr<RTCGstPlatform>& platformA,
-                                   const std::shared_ptr<RTCGstPlatform>& platformB,
-                                   const GStreamerCallOptions& options) {
+                                   const GStreamerCallOptions& options,
+                                   std::shared_ptr<RTCGstPlatform> platformB) {
     GStreamerCall call;
     call.a = GStreamerMakePeer(platformA, options, "a", AVCaptureDevicePositionFront);
-    call.b = GStreamerMakePeer(
-        platformB, options, "b",
-        platformA == platformB ? AVCaptureDevicePositionBack : AVCaptureDevicePositionFront);
+    call.b = platformB ? GStreamerMakePeer(platformB, options, "b", AVCaptureDevicePositionFront)
+                       : GStreamerMakePeer(platformA, options, "b", AVCaptureDevicePositionBack);
     if (!call.a || !call.b) {
         call.error = "peer connection not created";
         return call;

@@ -19,7 +19,7 @@
 /// Counts frames and remembers the last size it was told.
 class GStreamerCountingRenderer final : public RTCVideoRenderer {
   public:
-    void setSize(CGSize size) override;
+    void setSize(CGSize size) override { lockedSet(mutex_, size_, size); }
     void renderFrame(const RTCVideoFramePtr& frame) override;
     uint64_t frames() const { return frames_.load(); }
     CGSize size() const { return lockedCopy(mutex_, size_); }
@@ -41,32 +41,24 @@ class GStreamerCountingRenderer final : public RTCVideoRenderer {
 class GStreamerPeer final : public RTCPeerConnectionDelegate,
                             public std::enable_shared_from_this<GStreamerPeer> {
   public:
-    void peerConnectionDidChangeSignalingState(const RTCPeerConnectionPtr&,
-                                               RTCSignalingState) override {}
-    void peerConnectionDidAddStream(const RTCPeerConnectionPtr&,
-                                    const RTCMediaStreamPtr&) override {}
-    void peerConnectionDidRemoveStream(const RTCPeerConnectionPtr&,
-                                       const RTCMediaStreamPtr&) override {}
-    void peerConnectionShouldNegotiate(const RTCPeerConnectionPtr&) override {}
-    void peerConnectionDidChangeIceConnectionState(const RTCPeerConnectionPtr&,
-                                                   RTCIceConnectionState state) override;
-    void peerConnectionDidChangeIceGatheringState(const RTCPeerConnectionPtr&,
-                                                  RTCIceGatheringState) override {}
-    void peerConnectionDidGenerateIceCandidate(const RTCPeerConnectionPtr&,
-                                               const RTCIceCandidatePtr& candidate) override;
-    void peerConnectionDidRemoveIceCandidates(const RTCPeerConnectionPtr&,
-                                              const std::vector<RTCIceCandidatePtr>&) override {}
-    void peerConnectionDidOpenDataChannel(const RTCPeerConnectionPtr&,
-                                          const RTCDataChannelPtr&) override {}
-    void peerConnectionDidChangeConnectionState(const RTCPeerConnectionPtr&,
-                                                RTCPeerConnectionState state) override;
+    using PC = const RTCPeerConnectionPtr&;
+    void peerConnectionDidChangeSignalingState(PC, RTCSignalingState) override {}
+    void peerConnectionDidAddStream(PC, const RTCMediaStreamPtr&) override {}
+    void peerConnectionDidRemoveStream(PC, const RTCMediaStreamPtr&) override {}
+    void peerConnectionShouldNegotiate(PC) override {}
+    void peerConnectionDidChangeIceConnectionState(PC, RTCIceConnectionState state) override;
+    void peerConnectionDidChangeIceGatheringState(PC, RTCIceGatheringState) override {}
+    void peerConnectionDidGenerateIceCandidate(PC, const RTCIceCandidatePtr& candidate) override;
+    void peerConnectionDidRemoveIceCandidates(PC, const std::vector<RTCIceCandidatePtr>&) override {
+    }
+    void peerConnectionDidOpenDataChannel(PC, const RTCDataChannelPtr&) override {}
+    void peerConnectionDidChangeConnectionState(PC, RTCPeerConnectionState state) override;
 
-    /// Waits (real time, `seconds` at most) until `predicate` holds; true if it did.
+    /// Waits (real time, `seconds` at most) until `predicate` holds.
     bool waitFor(double seconds, const std::function<bool()>& predicate);
     bool waitForIce(RTCIceConnectionState state, double seconds);
     bool waitForConnection(RTCPeerConnectionState state, double seconds);
     std::vector<RTCIceConnectionState> iceStates() const { return lockedCopy(mutex_, ice_); }
-    /// Whether the ICE state was ever `state`.
     bool sawIce(RTCIceConnectionState state) const;
     std::vector<RTCPeerConnectionState> connectionStates() const {
         return lockedCopy(mutex_, connection_);
@@ -78,8 +70,7 @@ class GStreamerPeer final : public RTCPeerConnectionDelegate,
     }
     /// Where local candidates go (the other peer); until set they are kept.
     void setCandidateSink(std::function<void(const RTCIceCandidatePtr&)> sink);
-    /// Stops the capture and closes the peer connection.
-    void close();
+    void close();  ///< stops the capture and closes the peer connection
 
     std::shared_ptr<RTCGstPeerConnection> pc;
     RTCVideoSourcePtr videoSource;
@@ -118,15 +109,12 @@ struct GStreamerCall {
     /// Just before the offer was asked for.
     std::chrono::steady_clock::time_point offerRequestedAt;
 
-    /// Makes both peers with audio and video, runs offer/answer and trades
-    /// candidates. Returns once both descriptions are applied (connection
-    /// continues in the background).
-    static GStreamerCall start(const std::shared_ptr<RTCGstPlatform>& platform,
-                               const GStreamerCallOptions& options);
-    /// As above, each side on an engine of its own (media options per side).
+    /// Makes both peers with audio and video (b on an engine of its own when
+    /// `platformB` is given), runs offer/answer and trades candidates. Returns
+    /// once both descriptions are applied (connection continues in the background).
     static GStreamerCall start(const std::shared_ptr<RTCGstPlatform>& platformA,
-                               const std::shared_ptr<RTCGstPlatform>& platformB,
-                               const GStreamerCallOptions& options);
+                               const GStreamerCallOptions& options,
+                               std::shared_ptr<RTCGstPlatform> platformB = nullptr);
     void close();
 };
 

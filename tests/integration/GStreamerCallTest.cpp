@@ -6,24 +6,19 @@ namespace {
 
 using GStreamerCallTest = GStreamerTurnTest;
 
-TEST_F(GStreamerCallTest, RelayOnlyCallCarriesVideoAndAudioBothWays) {
-    call_ = GStreamerCall::start(platform_, callOptions());
-    ASSERT_TRUE(call_.error.empty()) << call_.error;
+TEST_F(GStreamerCallTest, RelayOnlyCallCarriesVideoAndAudioBothWaysAndCloseReleasesTheRelays) {
+    ASSERT_NO_FATAL_FAILURE(connect(9));  // ten frames each way
     for (auto& peer : {call_.a, call_.b}) {
         EXPECT_TRUE(peer->waitForConnection(RTCPeerConnectionStateConnected, 30)) << peer->name;
-        EXPECT_TRUE(peer->waitFor(30, [&] { return peer->remoteRenderer->frames() >= 10; }))
-            << peer->name;
         EXPECT_TRUE(peer->waitFor(30, [&] { return peer->pc->stats().audioBuffersDecoded >= 10; }))
             << peer->name;
         EXPECT_EQ(peer->remoteRenderer->size(), (CGSize{640, 480})) << peer->name;
         // ICE is Connected before anything else after checking.
         auto states = peer->iceStates();
-        ASSERT_GE(states.size(), 2u);
-        EXPECT_EQ(states[0], RTCIceConnectionStateChecking);
-        EXPECT_EQ(states[1], RTCIceConnectionStateConnected);
-    }
-    // Only relay candidates surface, without the address they were allocated from.
-    for (auto& peer : {call_.a, call_.b}) {
+        states.resize(std::min<size_t>(states.size(), 2));
+        EXPECT_EQ(states,
+                  (std::vector{RTCIceConnectionStateChecking, RTCIceConnectionStateConnected}));
+        // Only relay candidates surface, without the address they were allocated from.
         auto lines = peer->candidateLines();
         EXPECT_FALSE(lines.empty());
         for (const auto& line : lines) {
@@ -33,14 +28,7 @@ TEST_F(GStreamerCallTest, RelayOnlyCallCarriesVideoAndAudioBothWays) {
         EXPECT_EQ(peer->pc->localDescription()->sdp().find("typ host"), std::string::npos);
         EXPECT_EQ(peer->pc->localDescription()->sdp().find("typ srflx"), std::string::npos);
     }
-}
 
-TEST_F(GStreamerCallTest, CloseReleasesTheTurnAllocations) {
-    call_ = GStreamerCall::start(platform_, callOptions("carol"));
-    ASSERT_TRUE(call_.error.empty()) << call_.error;
-    for (auto& peer : {call_.a, call_.b}) {
-        ASSERT_TRUE(peer->waitForConnection(RTCPeerConnectionStateConnected, 30)) << peer->name;
-    }
     call_.close();
     EXPECT_EQ(call_.a->pc->connectionState(), RTCPeerConnectionStateClosed);
     EXPECT_EQ(call_.a->pc->iceConnectionState(), RTCIceConnectionStateClosed);

@@ -57,20 +57,18 @@ TEST(GStreamerEchoDelayTest, FindsTheEchoAndFollowsItWhenItsWayChanges) {
 }
 
 TEST(GStreamerEchoDelayTest, NoMeasureWithoutAClearEcho) {
-    RTCGstEchoDelay silence;
-    Room quiet;
-    quiet.run(silence, 23, 2000, true);
-    EXPECT_FALSE(silence.estimate()) << "nothing was played";
-
-    RTCGstEchoDelay elsewhere;
-    Room noisy;
-    noisy.run(elsewhere, 23, 2000, false, true);
-    EXPECT_FALSE(elsewhere.estimate()) << "the microphone heard something else";
-
-    RTCGstEchoDelay tooLate;
-    Room far;
-    far.run(tooLate, 500, 2000);
-    EXPECT_FALSE(tooLate.estimate()) << "beyond the longest way measured";
+    const struct {
+        int64_t delayMs;
+        bool silent, unrelated;
+        const char* why;
+    } cases[] = {{23, true, false, "nothing was played"},
+                 {23, false, true, "the microphone heard something else"},
+                 {500, false, false, "beyond the longest way measured"}};
+    for (const auto& c : cases) {
+        RTCGstEchoDelay echo;
+        Room().run(echo, c.delayMs, 2000, c.silent, c.unrelated);
+        EXPECT_FALSE(echo.estimate()) << c.why;
+    }
 }
 
 }  // namespace

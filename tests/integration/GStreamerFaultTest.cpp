@@ -13,8 +13,7 @@ class GStreamerFaultTest : public GStreamerTurnTest {
     void SetUp() override {
         GStreamerTurnTest::SetUp();
         RTCSetLogSink([this](int severity, const std::string& text) {
-            std::lock_guard lock(logMutex_);
-            log_.push_back({severity, text});
+            lockedAppend(logMutex_, log_, std::pair{severity, text});
         });
     }
     void TearDown() override {
@@ -34,9 +33,14 @@ class GStreamerFaultTest : public GStreamerTurnTest {
             ASSERT_TRUE(peer->waitForConnection(RTCPeerConnectionStateConnected, 30)) << peer->name;
         }
     }
-    std::vector<std::pair<int, std::string>> log() {
-        std::lock_guard lock(logMutex_);
-        return log_;
+    std::vector<std::pair<int, std::string>> log() { return lockedCopy(logMutex_, log_); }
+    /// Whether a line holding `text` was logged (at `severity` when given).
+    bool logged(const std::string& text, int severity = -1) {
+        const auto lines = log();
+        return std::any_of(lines.begin(), lines.end(), [&](const auto& line) {
+            return (severity < 0 || line.first == severity) &&
+                   line.second.find(text) != std::string::npos;
+        });
     }
 
     std::mutex logMutex_;
@@ -54,10 +58,7 @@ TEST_F(GStreamerFaultTest, ForgedFingerprintFailsTheConnection) {
     auto states = call_.a->connectionStates();
     EXPECT_EQ(std::count(states.begin(), states.end(), RTCPeerConnectionStateConnected), 0);
     EXPECT_EQ(call_.a->remoteRenderer->frames(), 0u);
-    auto lines = log();
-    EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [](const auto& line) {
-        return line.second.find("does not match the fingerprint") != std::string::npos;
-    }));
+    EXPECT_TRUE(logged("does not match the fingerprint"));
 }
 
 TEST_F(GStreamerFaultTest, RemoteCandidatesOfAnyKindLeaveAWorkingPathAlone) {
@@ -108,10 +109,9 @@ TEST_F(GStreamerFaultTest, KilledTurnServerDisconnectsThenFails) {
     for (auto& peer : {call_.a, call_.b}) {
         EXPECT_TRUE(peer->waitForIce(RTCIceConnectionStateFailed, 40)) << peer->name;
         auto states = peer->iceStates();
-        auto disconnected =
-            std::find(states.begin(), states.end(), RTCIceConnectionStateDisconnected);
-        auto failed = std::find(states.begin(), states.end(), RTCIceConnectionStateFailed);
-        EXPECT_TRUE(disconnected < failed) << peer->name << ": Disconnected comes first";
+        auto first = [&](auto state) { return std::find(states.begin(), states.end(), state); };
+        EXPECT_TRUE(first(RTCIceConnectionStateDisconnected) < first(RTCIceConnectionStateFailed))
+            << peer->name << ": Disconnected comes first";
         EXPECT_TRUE(peer->waitForConnection(RTCPeerConnectionStateFailed, 5)) << peer->name;
     }
 }
@@ -134,13 +134,8 @@ TEST_F(GStreamerFaultTest, RefusedCredentialsFailAfterABoundedWait) {
         call_.close();
     }
     // Reported in the error log, without the credentials.
-    auto lines = log();
-    bool reported = std::any_of(lines.begin(), lines.end(), [](const auto& line) {
-        return line.first == RTCLoggingSeverityError &&
-               line.second.find("No relay candidate") != std::string::npos;
-    });
-    EXPECT_TRUE(reported);
-    for (const auto& line : lines) {
+    EXPECT_TRUE(logged("No relay candidate", RTCLoggingSeverityError));
+    for (const auto& line : log()) {
         EXPECT_EQ(line.second.find("not-the-password"), std::string::npos) << line.second;
         EXPECT_EQ(line.second.find(turn_.secret()), std::string::npos) << line.second;
     }

@@ -8,27 +8,16 @@ namespace {
 
 constexpr int kCalls = 20;
 
-class GStreamerLifecycleTest : public GStreamerTurnTest {
-  protected:
-    /// A whole call: both sides connect and see each other's video, then close.
-    void call(int index) {
+using GStreamerLifecycleTest = GStreamerTurnTest;
+
+TEST_F(GStreamerLifecycleTest, SequentialCallsGiveBackEveryDescriptorAndThread) {
+    // A whole call: both sides connect and see each other's video, then close.
+    auto call = [this](int index) {
         SCOPED_TRACE("call " + std::to_string(index));
         ASSERT_NO_FATAL_FAILURE(connect(0, "erin"));
         call_.close();
         call_ = {};
-    }
-
-    /// Waits until the counts are back to the baseline (the tear-down finishes
-    /// on the engine's queue); true if they came back.
-    bool backToBaseline(size_t descriptors, size_t threads) {
-        GStreamerPeer clock;
-        return clock.waitFor(15, [&] {
-            return GStreamerOpenDescriptors() <= descriptors && GStreamerThreads() <= threads;
-        });
-    }
-};
-
-TEST_F(GStreamerLifecycleTest, SequentialCallsGiveBackEveryDescriptorAndThread) {
+    };
     // The first call also starts what lives as long as the process (plugins,
     // GStreamer's pools); the baseline is taken after it.
     call(0);
@@ -49,7 +38,12 @@ TEST_F(GStreamerLifecycleTest, SequentialCallsGiveBackEveryDescriptorAndThread) 
     }));
     for (int i = 1; i <= kCalls; ++i) {
         call(i);
-        EXPECT_TRUE(backToBaseline(descriptors, threads))
+        // Back to the baseline once the tear-down finished on the engine's queue.
+        EXPECT_TRUE(clock.waitFor(15,
+                                  [&] {
+                                      return GStreamerOpenDescriptors() <= descriptors &&
+                                             GStreamerThreads() <= threads;
+                                  }))
             << "after call " << i << ": " << GStreamerOpenDescriptors() << " descriptors (baseline "
             << descriptors << "), " << GStreamerThreads() << " threads (baseline " << threads
             << ")";

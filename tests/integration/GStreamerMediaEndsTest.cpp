@@ -6,48 +6,37 @@
 #include <gst/gst.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
-#include <mutex>
 #include <tuple>
 
 #include "AudioAnalysis.h"
-#include "GStreamerCallHarness.h"
+#include "GStreamerTurnTest.h"
 #include "RTCGstCameraDevices.h"
 #include "RTCGstFrameTag.h"
-#include "support/TurnServerFixture.h"
 
 namespace {
 
-class GStreamerMediaEndsTest : public ::testing::Test {
+class GStreamerMediaEndsTest : public GStreamerTurnTest {
   protected:
     void SetUp() override {
-        ASSERT_TRUE(turn_.start()) << turn_.error();
+        ASSERT_NO_FATAL_FAILURE(GStreamerTurnTest::SetUp());
         char folder[] = "/tmp/velmorin-media.XXXXXX";
         ASSERT_NE(mkdtemp(folder), nullptr);
         dir_ = folder;
     }
     void TearDown() override {
-        call_.close();
-        RTCPlatform::install(nullptr);
+        GStreamerTurnTest::TearDown();
         if (!HasFailure()) {
             std::filesystem::remove_all(dir_);
         }
     }
-    /// Runs a command of the test's tools; false when it failed.
     static bool run(const std::string& command) { return std::system(command.c_str()) == 0; }
 
-    std::vector<std::string> warnings() {
-        std::lock_guard lock(mutex_);
-        return warnings_;
-    }
-
-    TurnServerFixture turn_;
     std::string dir_;
-    GStreamerCall call_;
-    std::mutex mutex_;
-    std::vector<std::string> warnings_;
+    std::atomic<bool> microphoneNamed_{false};
 };
 
 TEST_F(GStreamerMediaEndsTest, FilesStandInForDevicesAndMissingDevicesAreReported) {
@@ -61,27 +50,24 @@ TEST_F(GStreamerMediaEndsTest, FilesStandInForDevicesAndMissingDevicesAreReporte
             "! filesink location=" +
             movie));
 
-    RTCGstPlatform::Options alice;
-    alice.includeV4L2Cameras = false;
+    auto alice = options();
     alice.media.microphone = speech;
     alice.media.voiceProcessing = false;  // the file as it is, for the comparison
     alice.media.cameraLabel = "alice";
-    RTCGstPlatform::Options bob;
-    bob.includeV4L2Cameras = false;
+    auto bob = options();
     bob.media.microphone = "no-such-microphone";
     bob.media.frontCamera = movie;
     bob.media.recordAudioPath = received;
     bob.media.warningHandler = [this](const std::string& warning) {
-        std::lock_guard lock(mutex_);
-        warnings_.push_back(warning);
+        microphoneNamed_ =
+            microphoneNamed_ || warning.find("no-such-microphone") != std::string::npos;
     };
     auto a = RTCGstPlatform::create(alice);
     auto b = RTCGstPlatform::create(bob);
     ASSERT_TRUE(a && b);
     RTCPlatform::install(a);
     a->audioSession()->setActive(true);  // the microphone is not muted
-    auto credentials = turn_.credentialsForUser("erin");
-    call_ = GStreamerCall::start(a, b, {turn_.url(), credentials.username, credentials.password});
+    call_ = GStreamerCall::start(a, callOptions("erin"), b);
     ASSERT_TRUE(call_.error.empty()) << call_.error;
 
     // Bob sees alice's test camera, which says so in every picture.
@@ -118,11 +104,7 @@ TEST_F(GStreamerMediaEndsTest, FilesStandInForDevicesAndMissingDevicesAreReporte
     ASSERT_TRUE(heard) << error;
     auto match = matchAudio(*said, *heard, 0.2, said->seconds() - 0.2, said->seconds() + 0.5);
     EXPECT_GT(match.correlation, 0.6);
-
-    const auto reported = warnings();
-    EXPECT_TRUE(std::any_of(reported.begin(), reported.end(), [](const std::string& warning) {
-        return warning.find("no-such-microphone") != std::string::npos;
-    })) << "the missing microphone is named";
+    EXPECT_TRUE(microphoneNamed_) << "the missing microphone is named";
 }
 
 TEST(GStreamerCameraFormats, V4L2CapsBecomeFormatsWithTheirFrameRates) {
