@@ -79,6 +79,28 @@ GstElement* make(const char* factory) {
 constexpr GstClockTime kBehind = 20 * GST_MSECOND;
 constexpr GstClockTime kAhead = 200 * GST_MSECOND;
 
+/// Length of the 48 kHz 16-bit mono sound in `buffer`.
+GstClockTime pcmDuration(GstBuffer* buffer) {
+    return gst_util_uint64_scale(gst_buffer_get_size(buffer) / 2, GST_SECOND, 48000);
+}
+
+/// Where sound of `duration` that comes at `now` goes in a stream played
+/// without gaps: right where the sound before it ended (`next`), unless that
+/// lies more than `behind` before now or more than `ahead` after it (NONE: no
+/// limit); then the stream starts again from now, and `restarted` says so.
+/// Moves `next` on past it.
+GstClockTime placeInStream(GstClockTime& next, GstClockTime now, GstClockTime duration,
+                           GstClockTime behind, GstClockTime ahead, bool& restarted) {
+    restarted = next == GST_CLOCK_TIME_NONE || next + behind < now ||
+                (ahead != GST_CLOCK_TIME_NONE && next > now + ahead);
+    if (restarted) {
+        next = now;
+    }
+    const GstClockTime at = next;
+    next += duration;
+    return at;
+}
+
 }  // namespace
 
 /// Timestamps for sound pushed into a live appsrc from another pipeline: each
@@ -95,21 +117,17 @@ struct RTCGstAudioIO::Stamps {
         if (now == GST_CLOCK_TIME_NONE) {
             now = 0;
         }
-        const GstClockTime duration =
-            gst_util_uint64_scale(gst_buffer_get_size(copy) / 2, GST_SECOND, 48000);
+        const GstClockTime duration = pcmDuration(copy);
         std::lock_guard lock(mutex);
-        const bool restart =
-            next == GST_CLOCK_TIME_NONE || next + kBehind < now || next > now + kAhead;
+        bool restart = false;
+        GST_BUFFER_PTS(copy) = placeInStream(next, now, duration, kBehind, kAhead, restart);
         if (restart) {
-            next = now;
             GST_BUFFER_FLAG_SET(copy, GST_BUFFER_FLAG_DISCONT);
         } else {
             GST_BUFFER_FLAG_UNSET(copy, GST_BUFFER_FLAG_DISCONT);
         }
-        GST_BUFFER_PTS(copy) = next;
         GST_BUFFER_DTS(copy) = GST_CLOCK_TIME_NONE;
         GST_BUFFER_DURATION(copy) = duration;
-        next += duration;
         return copy;
     }
 };
@@ -144,14 +162,11 @@ struct RTCGstAudioIO::EchoPath {
     /// fed, so each buffer follows the one before, whatever the jitter of its
     /// arrival; after a pause the sound starts again from the present.
     void stamp(GstBuffer* buffer, GstClockTime now) {
-        const GstClockTime duration =
-            gst_util_uint64_scale(gst_buffer_get_size(buffer) / 2, GST_SECOND, 48000);
+        const GstClockTime duration = pcmDuration(buffer);
         std::lock_guard lock(mutex);
-        if (next == GST_CLOCK_TIME_NONE || now > next + kPlaybackPause) {
-            next = now;
-        }
-        GST_BUFFER_PTS(buffer) = next;
-        next += duration;
+        bool restarted = false;
+        GST_BUFFER_PTS(buffer) =
+            placeInStream(next, now, duration, kPlaybackPause, GST_CLOCK_TIME_NONE, restarted);
     }
 
     void played(GstBuffer* buffer) {
