@@ -1,5 +1,10 @@
 // The description helpers of the GStreamer engine, and its pool of DTLS keys.
 #include <gtest/gtest.h>
+#include <openssl/bio.h>
+#include <openssl/bn.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/rsa.h>
 
 #include <chrono>
 #include <future>
@@ -92,6 +97,41 @@ TEST(GStreamerSdpUtilsTest, MediaLinesKeepOrderPayloadTypesAndDirections) {
                                       {"audio", "1", -1, 109, "sendrecv"},
                                       {"application", "2", -1, -1, "sendrecv"}}));
 }
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+/// Bits of an RSA key and its number of primes; {0, 0} if it is none.
+std::pair<int, int> rsaShape(const RSA* rsa) {
+    return rsa ? std::pair{RSA_bits(rsa), 2 + RSA_get_multi_prime_extra_count(rsa)}
+               : std::pair{0, 0};
+}
+
+std::pair<int, int> legacyRsaKey() {
+    RSA* rsa = RSA_new();
+    BIGNUM* e = BN_new();
+    BN_set_word(e, RSA_F4);
+    auto shape = RSA_generate_key_ex(rsa, 2048, e, nullptr) == 1 ? rsaShape(rsa) : std::pair{0, 0};
+    BN_free(e);
+    RSA_free(rsa);
+    return shape;
+}
+
+TEST(GStreamerSdpUtilsTest, RsaKeysHaveThreePrimesInThePoolAndOnlyWhileAskedElsewhere) {
+    RTCGstCertificates pool(0);
+    auto certificate = pool.generate(RTCKeyTypeRSA, 60'000);
+    ASSERT_TRUE(certificate);
+    BIO* bio = BIO_new_mem_buf(certificate->privateKey().data(), -1);
+    EVP_PKEY* key = PEM_read_bio_PrivateKey(bio, nullptr, nullptr, nullptr);
+    BIO_free(bio);
+    EXPECT_EQ(rsaShape(key ? EVP_PKEY_get0_RSA(key) : nullptr), std::pair(2048, 3));
+    EVP_PKEY_free(key);
+
+    std::pair<int, int> inside;
+    RTCGstCertificates::withThreePrimeRsaKeys([&] { inside = legacyRsaKey(); });
+    EXPECT_EQ(inside, std::pair(2048, 3));
+    EXPECT_EQ(legacyRsaKey(), std::pair(2048, 2));  // OpenSSL's own default again
+}
+#pragma GCC diagnostic pop
 
 TEST(GStreamerSdpUtilsTest, EveryCertificateHasItsOwnKeyAndTheRefillWaitsForTheEngine) {
     std::promise<void> entered;
