@@ -1,11 +1,12 @@
 #include "RTCGstMemory.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>  // defines __GLIBC__ with glibc
 #include <mutex>
-#ifdef __GLIBC__
-#include <unistd.h>
-#endif
+
+#include "RTCGstPlatform.h"
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
@@ -35,4 +36,12 @@ void RTCGstMemory::release() {
 #ifdef __GLIBC__
     malloc_trim(0);
 #endif
+}
+
+void RTCGstPlatform::restartWithSystemAllocator(char** argv) noexcept {
+    if (argv && argv[0] && std::getenv("G_SLICE") == nullptr &&
+        setenv("G_SLICE", "always-malloc", 1) == 0) {
+        execv("/proc/self/exe", argv);
+        unsetenv("G_SLICE");  // not restarted: carry on as we are
+    }
 }

@@ -108,19 +108,10 @@ std::vector<nlohmann::json> loadPushFile(const std::string& path) {
 
 }  // namespace
 
-/// A phone stays up for many calls: GLib before 2.76 keeps the small objects of
-/// every call's streaming threads in slabs it never gives back unless
-/// G_SLICE=always-malloc was set when it loaded, so the phone sets it and
-/// starts again once (any value the user set is kept).
-static void useTheSystemAllocatorForGLib(char** argv) {
-    if (std::getenv("G_SLICE") == nullptr && setenv("G_SLICE", "always-malloc", 1) == 0) {
-        execv("/proc/self/exe", argv);
-        unsetenv("G_SLICE");  // not restarted: carry on as we are
-    }
-}
-
 int main(int argc, char** argv) {
-    useTheSystemAllocatorForGLib(argv);
+    // A phone stays up for many calls: GLib before 2.76 would keep the small
+    // objects of every call's streaming threads.
+    RTCGstPlatform::restartWithSystemAllocator(argv);
     std::signal(SIGPIPE, SIG_IGN);
     auto parsed = parsePhoneOptions(std::vector<std::string>(argv + 1, argv + argc));
     if (parsed.help) {

@@ -72,10 +72,21 @@ class RTCGstPlatform final : public RTCPlatform,
     /// on GLib before 2.76 should also run with G_SLICE=always-malloc in its
     /// environment (GLib reads it when it loads, before any code of ours
     /// runs): GLib's slice allocator otherwise keeps about 8 KiB per call of
-    /// the streaming threads' small objects for ever. qxvc-phone does so.
+    /// the streaming threads' small objects for ever; restartWithSystemAllocator
+    /// arranges it.
     static std::shared_ptr<RTCGstPlatform> create(Options options);
     static std::shared_ptr<RTCGstPlatform> create() { return create(Options{}); }
     ~RTCGstPlatform() override;
+
+    /// For the first line of a long-running application's main: when
+    /// G_SLICE is not set, sets it to always-malloc and starts the program
+    /// again in place (execv of /proc/self/exe with `argv`), so that GLib,
+    /// which reads it once when it loads, allocates with malloc and gives
+    /// every call's memory back. Returns only when it did not restart: the
+    /// variable was already set (any value is kept; "G_SLICE=" measures
+    /// GLib's own allocator) or exec failed, which leaves the environment
+    /// as it was. Harmless with GLib 2.76 and later, which ignore it.
+    static void restartWithSystemAllocator(char** argv) noexcept;
 
     RTCPeerConnectionFactoryPtr peerConnectionFactory(
         const RTCDefaultVideoEncoderFactoryPtr& encoderFactory,
