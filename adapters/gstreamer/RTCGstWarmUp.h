@@ -5,6 +5,10 @@
 //
 // A call that comes before the work is done simply does what is still missing
 // itself; nothing waits for the warm-up.
+//
+// No spare peer connection is built ahead: once warm, making a pipeline with
+// its webrtcbin and starting it takes 1-4 ms, against 40-50 ms for each side's
+// description and about 60 ms of connectivity checks through the relays.
 #pragma once
 
 class RTCGstWarmUp {
