@@ -112,11 +112,7 @@ std::shared_ptr<RTCGstCertificates::Key> RTCGstCertificates::makeKey(
         return key->pkey ? key : nullptr;
     }
     EVP_PKEY_CTX* ctx = EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr);
-    // Three primes of 683 bits rather than two of 1024: the same 2048-bit
-    // modulus and public key for the peer, made about twice as fast (and
-    // with a short tail), and signing faster in the handshake.
-    if (ctx && EVP_PKEY_keygen_init(ctx) > 0 && EVP_PKEY_CTX_set_rsa_keygen_bits(ctx, 2048) > 0 &&
-        EVP_PKEY_CTX_set_rsa_keygen_primes(ctx, 3) > 0) {
+    if (ctx && EVP_PKEY_keygen_init(ctx) > 0 && EVP_PKEY_CTX_set_rsa_keygen_bits(ctx, 2048) > 0) {
         if (keepGoing) {
             // Called for every prime candidate (well under a millisecond
             // apart); 0 abandons the key.
@@ -163,6 +159,10 @@ RTCCertificatePtr RTCGstCertificates::generate(RTCKeyType keyType, int64_t expir
 // and RSA_generate_key_ex, as GStreamer makes its own.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+namespace {
+thread_local bool threePrimes = false;  ///< in withThreePrimeRsaKeys' work
+}  // namespace
+
 void RTCGstCertificates::withThreePrimeRsaKeys(const std::function<void()>& work) {
     static std::mutex mutex;
     std::lock_guard lock(mutex);
@@ -172,14 +172,15 @@ void RTCGstCertificates::withThreePrimeRsaKeys(const std::function<void()>& work
         RSA_METHOD* m = RSA_meth_dup(RSA_PKCS1_OpenSSL());
         if (m) {
             RSA_meth_set1_name(m, "RSA, keys of three primes");
-            RSA_meth_set_multi_prime_keygen(m, [](RSA* rsa, int bits, int primes, BIGNUM* e,
-                                                  BN_GENCB* cb) {
-                // The key itself carries OpenSSL's own method afterwards.
-                if (RSA_set_method(rsa, RSA_PKCS1_OpenSSL()) != 1) {
-                    return 0;
-                }
-                return RSA_generate_multi_prime_key(rsa, bits, bits == 2048 ? 3 : primes, e, cb);
-            });
+            RSA_meth_set_multi_prime_keygen(
+                m, [](RSA* rsa, int bits, int primes, BIGNUM* e, BN_GENCB* cb) {
+                    // The key itself carries OpenSSL's own method afterwards.
+                    if (RSA_set_method(rsa, RSA_PKCS1_OpenSSL()) != 1) {
+                        return 0;
+                    }
+                    return RSA_generate_multi_prime_key(
+                        rsa, bits, threePrimes && bits == 2048 ? 3 : primes, e, cb);
+                });
         }
         return m;
     }();
@@ -187,9 +188,13 @@ void RTCGstCertificates::withThreePrimeRsaKeys(const std::function<void()>& work
     if (method) {
         RSA_set_default_method(method);
     }
+    threePrimes = true;
     struct Restore {
         const RSA_METHOD* previous;
-        ~Restore() { RSA_set_default_method(previous); }
+        ~Restore() {
+            threePrimes = false;
+            RSA_set_default_method(previous);
+        }
     } restore{previous};
     work();
 }

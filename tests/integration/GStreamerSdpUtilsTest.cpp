@@ -9,6 +9,7 @@
 #include <chrono>
 #include <future>
 #include <set>
+#include <thread>
 #include <tuple>
 
 #include "RTCGstCertificates.h"
@@ -116,19 +117,24 @@ std::pair<int, int> legacyRsaKey() {
     return shape;
 }
 
-TEST(GStreamerSdpUtilsTest, RsaKeysHaveThreePrimesInThePoolAndOnlyWhileAskedElsewhere) {
+TEST(GStreamerSdpUtilsTest, RsaKeysHaveThreePrimesOnlyWhileAsked) {
     RTCGstCertificates pool(0);
     auto certificate = pool.generate(RTCKeyTypeRSA, 60'000);
     ASSERT_TRUE(certificate);
     BIO* bio = BIO_new_mem_buf(certificate->privateKey().data(), -1);
     EVP_PKEY* key = PEM_read_bio_PrivateKey(bio, nullptr, nullptr, nullptr);
     BIO_free(bio);
-    EXPECT_EQ(rsaShape(key ? EVP_PKEY_get0_RSA(key) : nullptr), std::pair(2048, 3));
+    EXPECT_EQ(rsaShape(key ? EVP_PKEY_get0_RSA(key) : nullptr), std::pair(2048, 2));
     EVP_PKEY_free(key);
 
     std::pair<int, int> inside;
-    RTCGstCertificates::withThreePrimeRsaKeys([&] { inside = legacyRsaKey(); });
+    std::pair<int, int> otherThread;
+    RTCGstCertificates::withThreePrimeRsaKeys([&] {
+        std::thread([&] { otherThread = legacyRsaKey(); }).join();
+        inside = legacyRsaKey();
+    });
     EXPECT_EQ(inside, std::pair(2048, 3));
+    EXPECT_EQ(otherThread, std::pair(2048, 2));
     EXPECT_EQ(legacyRsaKey(), std::pair(2048, 2));  // OpenSSL's own default again
 }
 #pragma GCC diagnostic pop
