@@ -1,6 +1,10 @@
 // How a call comes about or fails to: declined, cancelled and unanswered in
 // turn, taken from a push payload after coming online, and two users calling
 // each other at once.
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
 #include "PhoneCallFixture.h"
 
 namespace {
@@ -35,6 +39,14 @@ TEST_F(PhoneCallTest, DeclinedCancelledAndUnansweredCallsEndOnBothSides) {
     auto& alice = phone("alice", {"--start-call-timeout", "30"});
     auto& bob = phone("bob");
     ASSERT_TRUE(ring(alice, bob));
+    if (!std::getenv("G_SLICE")) {  // a phone stays up: GLib allocates with malloc
+        std::ifstream file("/proc/" + std::to_string(alice.process().pid()) + "/environ");
+        bool set = false;
+        for (std::string entry; std::getline(file, entry, '\0');) {
+            set = set || entry == "G_SLICE=always-malloc";
+        }
+        EXPECT_TRUE(set);
+    }
     bob.send("decline");
     expectEvent(bob, "didSendEndCall", kStep, fieldIs("endType", "decline"));
     expectEvent(alice, "didReceiveEndCall", kStep, fieldIs("endType", "decline"));
